@@ -1,0 +1,24 @@
+# Installation: headers, both libraries, a CMake package (find_package(conflink CONFIG)) and a
+# pkg-config file.
+include(CMakePackageConfigHelpers)
+
+install(DIRECTORY conflink/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/conflink
+        FILES_MATCHING PATTERN "*.h" PATTERN "testing" EXCLUDE)
+install(TARGETS conflink conflink_platform EXPORT conflinkTargets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
+        INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(EXPORT conflinkTargets NAMESPACE conflink::
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/conflink)
+configure_package_config_file(cmake/conflinkConfig.cmake.in
+  ${CMAKE_CURRENT_BINARY_DIR}/conflinkConfig.cmake
+  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/conflink)
+write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/conflinkConfigVersion.cmake
+  COMPATIBILITY SameMinorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/conflinkConfig.cmake
+              ${CMAKE_CURRENT_BINARY_DIR}/conflinkConfigVersion.cmake
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/conflink)
+configure_file(cmake/conflink.pc.in ${CMAKE_CURRENT_BINARY_DIR}/conflink.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/conflink.pc
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

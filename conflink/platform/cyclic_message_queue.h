@@ -1,0 +1,85 @@
+// The two-party message queue between two processes of one machine.
+//
+// Both parties construct a queue with the same number, key path and capacity; the pair of them
+// then exchange (type, buffer) messages in both directions. The class keeps the declaration and
+// the virtual-slot order that the messengers were built against: slot 1 is the destructor, then
+// send, blocking receive, non-blocking receive, four operations of our own, is-party-online, two
+// more of our own, and is-connected.
+#pragma once
+
+#include <string>
+
+// Opaque transport hint of the companion library's interface. The messengers always pass null.
+class Link;
+
+namespace conflink {
+
+// Results of the queue's operations. Success is positive; every failure has its own non-positive
+// code so that a caller (and a log line) can tell why a message did not go.
+enum QueueResult : int {
+  kQueueOk = 1,               // message sent, or message or queue event received
+  kQueueEmpty = 0,            // receive: nothing waiting (or the timed wait ran out)
+  kQueueNotConnected = -1,    // the queue could not be opened, or a third party tried to use it
+  kQueuePeerAbsentFull = -2,  // send: the outbound ring is full and the peer is not attached
+  kQueuePeerDeparted = -3,    // send: the peer left while the message was being carried
+  kQueueTooLarge = -4,        // send: the message exceeds kMaxQueueMessageBytes
+  kQueuePeerStalled = -5,     // send: the peer is attached but took nothing for kQueueStallMs
+  kQueueCorrupt = -6,         // the shared state failed validation; the message was dropped
+};
+
+// Largest message (buffer bytes) the queue carries; larger sends fail with kQueueTooLarge.
+constexpr unsigned int kMaxQueueMessageBytes = 64u * 1024u * 1024u;
+// How long a sender waits for an attached peer that takes nothing from a full ring.
+constexpr int kQueueStallMs = 5000;
+// Queue events, delivered in order with the messages and with an empty buffer.
+constexpr int kQueueEventPeerConnected = static_cast<int>(0x80000000u);
+constexpr int kQueueEventPeerDisconnected = static_cast<int>(0x80000001u);
+
+// A short text for a QueueResult, for log lines and error reports.
+const char* QueueResultText(int result);
+
+// The name of the shared-memory object behind queue `queueNumber` under `keyPath` for the
+// calling user, as shm_open sees it (e.g. for tools that inspect or remove queues).
+std::string QueueObjectName(int queueNumber, const char* keyPath);
+
+}  // namespace conflink
+
+class CyclicMessageQueue {
+ public:
+  // Opens (creating if need be) the queue and takes one of its two places. `capacity` is the size
+  // in bytes of each direction's ring. Never throws; IsConnected() tells whether it worked.
+  CyclicMessageQueue(int queueNumber, const char* keyPath, unsigned int capacity, Link* link);
+  // Leaves the queue; the peer receives kQueueEventPeerDisconnected.
+  virtual ~CyclicMessageQueue();
+
+  // Slot 2: sends `*type` and the whole `*buffer` as one message. kQueueOk or a failure code.
+  virtual int Send(const int* type, std::string* buffer);
+  // Slot 3: waits until a message or queue event arrives and fills type and buffer.
+  // kQueueOk when something was received, non-positive on failure.
+  virtual int Receive(int* type, std::string* buffer);
+  // Slot 4: as Receive, but returns kQueueEmpty at once when nothing is waiting.
+  virtual int PeekMessage(int* type, std::string* buffer);
+  // Slot 5: as Receive, but gives up with kQueueEmpty after `timeoutMs` milliseconds.
+  virtual int ReceiveFor(int* type, std::string* buffer, int timeoutMs);
+  // Slot 6: bytes of messages received but not yet taken (in the inbound ring or held locally).
+  virtual unsigned int PendingBytes();
+  // Slot 7: free bytes in the outbound ring right now.
+  virtual unsigned int FreeBytes();
+  // Slot 8: a text describing the most recent failure of this object ("" when none).
+  virtual const char* LastError();
+  // Slot 9: non-zero while the other party is attached.
+  virtual int IsPartyOnline();
+  // Slot 10: the queue number given to the constructor.
+  virtual int QueueNumber();
+  // Slot 11: the capacity in bytes of each ring.
+  virtual unsigned int Capacity();
+  // Slot 12: non-zero when the queue was opened and this object holds one of its two places.
+  virtual int IsConnected();
+
+  CyclicMessageQueue(const CyclicMessageQueue&) = delete;
+  CyclicMessageQueue& operator=(const CyclicMessageQueue&) = delete;
+
+ private:
+  struct State;
+  State* state_;
+};
