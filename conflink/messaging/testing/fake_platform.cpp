@@ -1,0 +1,67 @@
+#include "conflink/messaging/testing/fake_platform.h"
+
+#include <conflink/platform/platform.h>
+
+namespace conflink::testing {
+namespace {
+FakePlatform fake;
+}
+FakePlatform& Fake() { return fake; }
+void ResetFake() { fake = FakePlatform{}; }
+}  // namespace conflink::testing
+
+using conflink::testing::Fake;
+
+namespace conflink {
+const char* QueueResultText(int) { return "fake queue"; }
+std::string QueueObjectName(int, const char*) { return "fake"; }
+}  // namespace conflink
+
+struct CyclicMessageQueue::State {
+  bool connected;
+};
+
+CyclicMessageQueue::CyclicMessageQueue(int queueNumber, const char* keyPath, unsigned int capacity,
+                                       Link* link)
+    : state_(new State{false}) {
+  auto& f = Fake();
+  ++f.queuesMade;
+  ++f.queuesAlive;
+  f.queueNumberSeen = queueNumber;
+  f.keyPathSeen = keyPath;
+  f.capacitySeen = capacity;
+  f.linkWasNull = link == nullptr;
+  state_->connected = f.connectOnTry != 0 && f.queuesMade >= f.connectOnTry;
+}
+CyclicMessageQueue::~CyclicMessageQueue() {
+  ++Fake().queuesDestroyed;
+  --Fake().queuesAlive;
+  delete state_;
+}
+int CyclicMessageQueue::Send(const int* type, std::string* buffer) {
+  Fake().sent.push_back({*type, *buffer});
+  return Fake().sendResult;
+}
+int CyclicMessageQueue::Receive(int* type, std::string* buffer) {
+  auto& f = Fake();
+  if (f.inbox.empty()) return f.receiveFailure;
+  *type = f.inbox.front().type;
+  *buffer = std::move(f.inbox.front().buffer);
+  f.inbox.pop_front();
+  return 1;
+}
+int CyclicMessageQueue::PeekMessage(int* type, std::string* buffer) {
+  return Fake().inbox.empty() ? 0 : Receive(type, buffer);
+}
+int CyclicMessageQueue::ReceiveFor(int* type, std::string* buffer, int) {
+  return PeekMessage(type, buffer);
+}
+unsigned int CyclicMessageQueue::PendingBytes() { return 0; }
+unsigned int CyclicMessageQueue::FreeBytes() { return 0; }
+const char* CyclicMessageQueue::LastError() { return ""; }
+int CyclicMessageQueue::IsPartyOnline() { return Fake().peerOnline ? 1 : 0; }
+int CyclicMessageQueue::QueueNumber() { return Fake().queueNumberSeen; }
+unsigned int CyclicMessageQueue::Capacity() { return Fake().capacitySeen; }
+int CyclicMessageQueue::IsConnected() { return state_->connected && !Fake().dropConnection; }
+
+void Thread::Sleep(unsigned long ms) { Fake().sleeps.push_back(ms); }
