@@ -174,9 +174,8 @@ template <class T>
 struct Codec<T, std::enable_if_t<detail::HasFields<T>::value>> {
   template <class S>
   static void write(S& s, const T& v) {
-    Fields<T>::visit(v, [&s](const char*, const auto& f) {
-      Codec<std::decay_t<decltype(f)>>::write(s, f);
-    });
+    Fields<T>::visit(
+        v, [&s](const char*, const auto& f) { Codec<std::decay_t<decltype(f)>>::write(s, f); });
   }
   static void read(Reader& r, T& v) {
     Fields<T>::visit(v, [&r](const char* name, auto& f) {

@@ -6,15 +6,23 @@ namespace conflink::testing {
 namespace {
 FakePlatform fake;
 }
-FakePlatform& Fake() { return fake; }
-void ResetFake() { fake = FakePlatform{}; }
+FakePlatform& Fake() {
+  return fake;
+}
+void ResetFake() {
+  fake = FakePlatform{};
+}
 }  // namespace conflink::testing
 
 using conflink::testing::Fake;
 
 namespace conflink {
-const char* QueueResultText(int) { return "fake queue"; }
-std::string QueueObjectName(int, const char*) { return "fake"; }
+const char* QueueResultText(int) {
+  return "fake queue";
+}
+std::string QueueObjectName(int, const char*) {
+  return "fake";
+}
 }  // namespace conflink
 
 struct CyclicMessageQueue::State {
@@ -51,17 +59,39 @@ int CyclicMessageQueue::Receive(int* type, std::string* buffer) {
   return 1;
 }
 int CyclicMessageQueue::PeekMessage(int* type, std::string* buffer) {
-  return Fake().inbox.empty() ? 0 : Receive(type, buffer);
+  auto& f = Fake();
+  ++f.peeks;
+  if (f.emptyPeeks > 0) {
+    --f.emptyPeeks;
+    return 0;
+  }
+  return f.inbox.empty() ? 0 : Receive(type, buffer);
 }
 int CyclicMessageQueue::ReceiveFor(int* type, std::string* buffer, int) {
   return PeekMessage(type, buffer);
 }
-unsigned int CyclicMessageQueue::PendingBytes() { return 0; }
-unsigned int CyclicMessageQueue::FreeBytes() { return 0; }
-const char* CyclicMessageQueue::LastError() { return ""; }
-int CyclicMessageQueue::IsPartyOnline() { return Fake().peerOnline ? 1 : 0; }
-int CyclicMessageQueue::QueueNumber() { return Fake().queueNumberSeen; }
-unsigned int CyclicMessageQueue::Capacity() { return Fake().capacitySeen; }
-int CyclicMessageQueue::IsConnected() { return state_->connected && !Fake().dropConnection; }
+unsigned int CyclicMessageQueue::PendingBytes() {
+  return 0;
+}
+unsigned int CyclicMessageQueue::FreeBytes() {
+  return 0;
+}
+const char* CyclicMessageQueue::LastError() {
+  return "";
+}
+int CyclicMessageQueue::IsPartyOnline() {
+  return Fake().peerOnline ? 1 : 0;
+}
+int CyclicMessageQueue::QueueNumber() {
+  return Fake().queueNumberSeen;
+}
+unsigned int CyclicMessageQueue::Capacity() {
+  return Fake().capacitySeen;
+}
+int CyclicMessageQueue::IsConnected() {
+  return state_->connected && !Fake().dropConnection;
+}
 
-void Thread::Sleep(unsigned long ms) { Fake().sleeps.push_back(ms); }
+void Thread::Sleep(unsigned long ms) {
+  Fake().sleeps.push_back(ms);
+}

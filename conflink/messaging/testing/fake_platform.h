@@ -26,10 +26,12 @@ struct FakePlatform {
   bool dropConnection = false;
   std::vector<unsigned long> sleeps;  // every Thread::Sleep argument, in order
   bool peerOnline = true;
-  std::deque<FakeMessage> inbox;      // what Receive / PeekMessage hand out, front first
-  std::vector<FakeMessage> sent;      // what Send was given
+  std::deque<FakeMessage> inbox;  // what Receive / PeekMessage hand out, front first
+  int emptyPeeks = 0;             // PeekMessage reports nothing this many times first
+  int peeks = 0;                  // PeekMessage calls made
+  std::vector<FakeMessage> sent;  // what Send was given
   int sendResult = 1;
-  int receiveFailure = 0;             // result of Receive when the inbox is empty
+  int receiveFailure = 0;  // result of Receive when the inbox is empty
   int queueNumberSeen = -1;
   std::string keyPathSeen;
   unsigned int capacitySeen = 0;

@@ -1,0 +1,84 @@
+#include <conflink/cgi/cgi_to_ps_messenger.h>
+
+#include <conflink/cgi/cgi_catalogue.h>
+#include <conflink/messaging/dispatch.h>
+#include <conflink/messaging/messenger_support.h>
+#include <conflink/messaging/shared_catalogue.h>
+#include <conflink/platform/cyclic_message_queue.h>
+#include <conflink/platform/thread.h>
+
+namespace msg = conflink::msg;
+
+namespace {
+
+using M = CGIToPSMessenger;
+constexpr conflink::dispatch::Entry<M> drop(int type, const char* name) {
+  return conflink::dispatch::drop<M>(type, name);
+}
+
+// Everything either end of the link receives (types below kCgiLinkFirstType have no case).
+constexpr auto kCases = conflink::dispatch::table<M, msg::kCgiLinkLastType + 1>({
+    drop(msg::cgi_to_ps::kUnused11, "(unused 11)"),
+    drop(msg::ps_to_both::kModeratorApprovalNeeded, "ModeratorApprovalNeeded"),
+});
+
+// The receive poll: tries, and the pause after each failed try.
+constexpr int kPollTries = 20;
+constexpr unsigned long kPollPauseMs = 250;
+
+}  // namespace
+
+CGIToPSMessenger::CGIToPSMessenger(int queueNumber)
+    : SohoMessenger(queueNumber), mark_(conflink::kCgiLinkMark) {}
+
+CGIToPSMessenger::~CGIToPSMessenger() = default;
+
+// ---- Queue events, receive loop and dispatch ----
+
+void CGIToPSMessenger::PeerConnected() {}
+void CGIToPSMessenger::PeerDisconnected() {}
+
+int CGIToPSMessenger::WaitForMessageAndDispatch() {
+  int type = 0;
+  if (queue() != nullptr) {
+    for (int i = 0; i < kPollTries; ++i) {
+      if (queue()->PeekMessage(&type, &received_) > 0) {
+        DispatchMessage(&type, received_.c_str(), static_cast<int>(received_.size()));
+        return 0;
+      }
+      Thread::Sleep(kPollPauseMs);
+    }
+    if (queue()->IsPartyOnline() != 0) {
+      conflink::logInfo("WaitForMessageAndDispatch timed out waiting for party to answer.");
+      return 2;
+    }
+  }
+  conflink::logInfo(
+      "PeekMessage() failed in WaitForMessageAndDispatch and IsPartyOnline is false.");
+  return 1;
+}
+
+bool CGIToPSMessenger::ProcessMessageFromQueue(int maxCount) {
+  bool took = false;
+  int type = 0;
+  for (int i = 0; i < maxCount && queue() != nullptr; ++i) {
+    if (queue()->PeekMessage(&type, &received_) <= 0) break;
+    took = true;
+    DispatchMessage(&type, received_.c_str(), static_cast<int>(received_.size()));
+  }
+  return took;
+}
+
+int CGIToPSMessenger::SendMessage(const int* type, std::string* buffer) {
+  return conflink::sendWithTrailer(queue(), mark_, type, buffer);
+}
+
+bool CGIToPSMessenger::DispatchMessage(const int* type, const char* data, int length) {
+  return conflink::dispatch::frame(
+      *this, kCases, *type, data, length,
+      "Wrong message format! Sender doesn't belong to CGIToPSMessenger's hierarchy!");
+}
+
+void CGIToPSMessenger::Error(const char* text) {
+  conflink::reportError(text);
+}

@@ -1,0 +1,10 @@
+// The whole public surface of conflink: both messengers, their role interfaces, the records and
+// the platform types they use.
+#pragma once
+
+#include <conflink/cc/cc_to_ps_messenger.h>
+#include <conflink/cgi/cgi_to_ps_messenger.h>
+#include <conflink/messaging/role_interfaces.h>
+#include <conflink/messaging/soho_messenger.h>
+#include <conflink/messaging/types.h>
+#include <conflink/platform/platform.h>

@@ -1,0 +1,140 @@
+// The dispatch frame shared by both messengers.
+//
+// A messenger's receiving side is one table indexed by message type. Each entry binds a type to a
+// handler's member pointer; the argument types come from the handler's signature, are decoded in
+// order into locals, and the link mark from the trailer is passed where the handler's parameter
+// is a PSProtocolType. The table is built at compile time, and building it fails to compile when
+// two entries claim one type number.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <optional>
+#include <string>
+#include <tuple>
+#include <type_traits>
+
+#include <conflink/messaging/codec.h>
+#include <conflink/messaging/types.h>
+#include <conflink/messaging/wire.h>
+
+namespace conflink::dispatch {
+
+// Decodes a payload and calls a handler on `m`; false when the payload did not decode (the reader
+// then says why and no handler ran).
+template <class M>
+using Decoder = bool (*)(M& m, wire::Reader& r, PSProtocolType link);
+
+template <class M>
+struct Case {
+  const char* name = nullptr;   // null: no case for this type
+  Decoder<M> decode = nullptr;  // null with a name: accepted and dropped on purpose
+};
+
+template <class M>
+struct Entry {
+  int type;
+  Case<M> c;
+};
+
+// How a handler parameter of type A is held while the handler runs.
+template <class A, class = void>
+struct Local {
+  using type = std::decay_t<A>;
+  static void read(wire::Reader& r, type& v, PSProtocolType) { wire::Codec<type>::read(r, v); }
+  static type& get(type& v) { return v; }
+};
+// The link mark, taken from the trailer rather than the payload.
+template <>
+struct Local<PSProtocolType> {
+  using type = PSProtocolType;
+  static void read(wire::Reader&, type& v, PSProtocolType link) { v = link; }
+  static type get(type v) { return v; }
+};
+// An optional record, passed to the handler as a pointer that is null when absent and valid
+// until the handler returns.
+template <class T>
+struct Local<const T*, std::enable_if_t<!std::is_void_v<T>>> {
+  using type = std::optional<T>;
+  static void read(wire::Reader& r, type& v, PSProtocolType) { wire::Codec<type>::read(r, v); }
+  static const T* get(type& v) { return v ? &*v : nullptr; }
+};
+
+template <class F>
+struct MemberFunction;
+template <class C, class R, class... A>
+struct MemberFunction<R (C::*)(A...)> {
+  using Class = C;
+  template <class M, auto Pmf>
+  static bool decodeAndCall(M& m, wire::Reader& r, PSProtocolType link) {
+    std::tuple<typename Local<A>::type...> locals;
+    // The comma fold reads the arguments left to right, in wire order.
+    std::apply([&](auto&... l) { (Local<A>::read(r, l, link), ...); }, locals);
+    if (!r.ok()) return false;
+    std::apply([&](auto&... l) { (static_cast<C&>(m).*Pmf)(Local<A>::get(l)...); }, locals);
+    return true;
+  }
+};
+
+// An entry whose payload is decoded into the arguments of handler `Pmf`.
+template <auto Pmf, class M>
+constexpr Entry<M> on(int type, const char* name) {
+  return {type, {name, &MemberFunction<decltype(Pmf)>::template decodeAndCall<M, Pmf>}};
+}
+// An entry whose message is accepted and dropped without decoding or calling a handler.
+template <class M>
+constexpr Entry<M> drop(int type, const char* name) {
+  return {type, {name, nullptr}};
+}
+
+// The dense table indexed by type, from a list of entries. Compilation stops at the `throw` when
+// an entry lies outside the table or two entries share a type.
+template <class M, size_t N>
+constexpr std::array<Case<M>, N> table(std::initializer_list<Entry<M>> entries) {
+  std::array<Case<M>, N> t{};
+  for (const Entry<M>& e : entries) {
+    if (e.type < 0 || static_cast<size_t>(e.type) >= N) throw "message type outside the table";
+    if (t[static_cast<size_t>(e.type)].name != nullptr) throw "two messages share a type number";
+    t[static_cast<size_t>(e.type)] = e.c;
+  }
+  return t;
+}
+
+// Reads the trailer (the last four bytes, big-endian) of a buffer of at least four bytes.
+inline PSProtocolType trailer(const char* data, size_t length) {
+  wire::Reader r(data + length - 4, 4);
+  return static_cast<PSProtocolType>(r.i32());
+}
+
+// The body of DispatchMessage for both messengers.
+//  - a type outside the table: false, nothing reported.
+//  - 3 bytes or fewer: `Error(wrongFormat)`, true, no handler.
+//  - a type without a case: false, nothing reported.
+//  - an accepted-and-dropped type: true.
+//  - a payload that runs short of its fields: one `Error` naming the type, no handler, true.
+template <class M, size_t N>
+bool frame(M& m, const std::array<Case<M>, N>& cases, int type, const char* data, int length,
+           const char* wrongFormat) {
+  // A type outside the link's range is unknown whatever its length; so the queue events, which
+  // carry no payload, are dropped silently as unknown types rather than reported as malformed.
+  if (type < 0 || static_cast<size_t>(type) >= N) return false;
+  if (length <= 3 || data == nullptr) {
+    m.Error(wrongFormat);
+    return true;
+  }
+  const Case<M>& c = cases[static_cast<size_t>(type)];
+  if (c.name == nullptr) return false;
+  if (c.decode == nullptr) return true;
+  const size_t payload = static_cast<size_t>(length) - 4;
+  wire::Reader r(data, payload);
+  if (!c.decode(m, r, trailer(data, static_cast<size_t>(length)))) {
+    const std::string why = "Malformed message " + std::to_string(type) + " (" + c.name + ", " +
+                            std::to_string(payload) + " payload bytes): " + r.describe();
+    m.Error(why.c_str());
+  }
+  return true;
+}
+
+}  // namespace conflink::dispatch

@@ -1,0 +1,28 @@
+#include <conflink/messaging/messenger_support.h>
+
+#include <syslog.h>
+
+#include <cstdio>
+
+#include <conflink/platform/cyclic_message_queue.h>
+
+namespace conflink {
+
+int sendWithTrailer(CyclicMessageQueue* queue, int mark, const int* type, std::string* buffer) {
+  const uint32_t big = wire::toBig32(static_cast<uint32_t>(mark));
+  buffer->append(reinterpret_cast<const char*>(&big), sizeof big);
+  if (queue == nullptr) return kQueueNotConnected;
+  return queue->Send(type, buffer);
+}
+
+void reportError(const char* text) {
+  std::fprintf(stderr, "\n\r%s\r\n", text);
+  std::fflush(stderr);
+  syslog(LOG_INFO, "%s", text);
+}
+
+void logInfo(const char* text) {
+  syslog(LOG_INFO, "%s", text);
+}
+
+}  // namespace conflink

@@ -1,0 +1,35 @@
+// The connection to the queue that both messengers share. It knows neither messages nor roles.
+#pragma once
+
+class CyclicMessageQueue;
+
+class SohoMessenger {
+ public:
+  // Stores the queue number; no queue is opened until Connect.
+  explicit SohoMessenger(int queueNumber);
+  // Disconnects.
+  ~SohoMessenger();
+
+  // True when a queue exists and reports that it is connected.
+  bool IsConnected();
+  // Opens the queue, trying up to `attempts` times with `pauseMs` between tries (none after the
+  // last). A queue that is already connected is kept. A queue that stopped reporting connected is
+  // released before a fresh one is made. Returns true when connected.
+  bool Connect(unsigned int attempts, int pauseMs);
+  // Closes and frees the queue; harmless when there is none.
+  void Disconnect();
+
+  SohoMessenger(const SohoMessenger&) = delete;
+  SohoMessenger& operator=(const SohoMessenger&) = delete;
+
+ protected:
+  // The path and capacity both ends of every link open their queue with.
+  static constexpr const char* kQueueKeyPath = "/bin/ping";
+  static constexpr unsigned int kQueueCapacity = 32768;
+
+  CyclicMessageQueue* queue() const { return queue_; }
+
+ private:
+  int queueNumber_;
+  CyclicMessageQueue* queue_;
+};

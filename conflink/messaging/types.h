@@ -1,0 +1,31 @@
+// The scalar types that messages carry. The enumerations travel as their 32-bit value; the
+// library neither defines nor checks their values, so any int round-trips.
+#pragma once
+
+// Message type number; travels beside the buffer, not inside it.
+typedef int MessageType;
+
+// The link mark of a received message, handed to the server's handlers: 0 from the call-control
+// link, 2 from the web front end's link.
+enum PSProtocolType : int {};
+
+// Carried on both links.
+enum PSSuccessType : int {};
+enum RejectReason : int {};
+enum ConfServError : int {};
+enum ConferenceParamType : int {};
+
+// Carried on the call-control link.
+enum CCSuccessType : int {};
+enum CloseConferenceReason : int {};
+enum ScenarioType : int {};
+enum TransmitType : int {};
+
+// Carried on the web front end's link.
+enum GetConferenceType : int {};
+
+namespace conflink {
+// The marks each messenger appends to what it sends.
+constexpr PSProtocolType kCcLinkMark = static_cast<PSProtocolType>(0);
+constexpr PSProtocolType kCgiLinkMark = static_cast<PSProtocolType>(2);
+}  // namespace conflink
