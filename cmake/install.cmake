@@ -19,6 +19,8 @@ write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/conflinkConfigVersi
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/conflinkConfig.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/conflinkConfigVersion.cmake
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/conflink)
+# The .pc file finds its prefix relative to itself, so an install moved with --prefix still works.
+file(RELATIVE_PATH CONFLINK_PC_TO_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 configure_file(cmake/conflink.pc.in ${CMAKE_CURRENT_BINARY_DIR}/conflink.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/conflink.pc
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
