@@ -6,6 +6,6 @@ CodecInfo& CodecInfo::operator=(const CodecInfo& other) = default;
 CodecInfo::~CodecInfo() = default;
 
 bool CodecInfo::operator==(const CodecInfo& other) const {
-  return name == other.name && payloadType == other.payloadType &&
-         clockRate == other.clockRate && channels == other.channels && fmtp == other.fmtp;
+  return name == other.name && payloadType == other.payloadType && clockRate == other.clockRate &&
+         channels == other.channels && fmtp == other.fmtp;
 }

@@ -11,11 +11,11 @@ class CodecInfo {
   CodecInfo& operator=(const CodecInfo& other);
   ~CodecInfo();
 
-  std::string name;       // encoding name as in SDP, e.g. "PCMU", "opus", "H264"
-  int payloadType;        // RTP payload type number
-  int clockRate;          // RTP clock rate in Hz
-  int channels;           // audio channels; 0 for video
-  std::string fmtp;       // format parameters, as in an SDP a=fmtp line
+  std::string name;  // encoding name as in SDP, e.g. "PCMU", "opus", "H264"
+  int payloadType;   // RTP payload type number
+  int clockRate;     // RTP clock rate in Hz
+  int channels;      // audio channels; 0 for video
+  std::string fmtp;  // format parameters, as in an SDP a=fmtp line
   bool operator==(const CodecInfo& other) const;
   bool operator!=(const CodecInfo& other) const { return !(*this == other); }
 };

@@ -1,22 +1,224 @@
-// Placeholder until the shared-memory queue lands: every queue reports not connected.
+// The queue object: ties the attachment, the outbound and the inbound side together, and keeps
+// every failure, allocation failures included, inside as a result code and a text.
 #include <conflink/platform/cyclic_message_queue.h>
 
+#include <algorithm>
+#include <new>
+
+#include <conflink/platform/queue_attachment.h>
+#include <conflink/platform/queue_inbound.h>
+#include <conflink/platform/queue_outbound.h>
+#include <conflink/platform/queue_wait.h>
+
 namespace conflink {
-const char* QueueResultText(int) { return "queue not implemented"; }
-std::string QueueObjectName(int, const char*) { return {}; }
+
+const char* QueueResultText(int result) {
+  switch (result) {
+    case kQueueOk:
+      return "ok";
+    case kQueueEmpty:
+      return "nothing waiting";
+    case kQueueNotConnected:
+      return "queue not connected";
+    case kQueuePeerAbsentFull:
+      return "outbound ring full and peer absent";
+    case kQueuePeerDeparted:
+      return "peer departed during the send";
+    case kQueueTooLarge:
+      return "message too large";
+    case kQueuePeerStalled:
+      return "peer stalled: took nothing from a full ring";
+    case kQueueCorrupt:
+      return "shared queue state corrupt";
+    case kQueueNoMemory:
+      return "out of memory";
+    case kQueueBadArgument:
+      return "bad argument";
+    default:
+      return result > 0 ? "ok" : "unknown queue result";
+  }
+}
+
 }  // namespace conflink
 
-struct CyclicMessageQueue::State {};
-CyclicMessageQueue::CyclicMessageQueue(int, const char*, unsigned int, Link*) : state_(nullptr) {}
-CyclicMessageQueue::~CyclicMessageQueue() = default;
-int CyclicMessageQueue::Send(const int*, std::string*) { return conflink::kQueueNotConnected; }
-int CyclicMessageQueue::Receive(int*, std::string*) { return conflink::kQueueNotConnected; }
-int CyclicMessageQueue::PeekMessage(int*, std::string*) { return conflink::kQueueNotConnected; }
-int CyclicMessageQueue::ReceiveFor(int*, std::string*, int) { return conflink::kQueueNotConnected; }
-unsigned int CyclicMessageQueue::PendingBytes() { return 0; }
-unsigned int CyclicMessageQueue::FreeBytes() { return 0; }
-const char* CyclicMessageQueue::LastError() { return "queue not implemented"; }
-int CyclicMessageQueue::IsPartyOnline() { return 0; }
-int CyclicMessageQueue::QueueNumber() { return 0; }
-unsigned int CyclicMessageQueue::Capacity() { return 0; }
-int CyclicMessageQueue::IsConnected() { return 0; }
+using namespace conflink;
+
+namespace {
+
+// How long a blocked receive sleeps before it looks at the peer's liveness again.
+constexpr int kReceiveWaitSliceMs = 100;
+// Receive modes besides a timeout in milliseconds.
+constexpr int kWaitForever = -1;
+constexpr int kNoWait = 0;
+
+}  // namespace
+
+struct CyclicMessageQueue::State {
+  State(int number, unsigned int capacityBytes)
+      : queueNumber(number),
+        capacity(capacityBytes),
+        inbound(attachment),
+        outbound(attachment, inbound) {}
+
+  bool Usable() {
+    if (attachment.usable()) return true;
+    Note(attachment.inherited() ? "queue object belongs to the process that opened it (fork)"
+         : lastError.empty()    ? "queue not connected"
+                                : lastError.c_str());
+    return false;
+  }
+  // Keeps `text` as the last error. Never throws: a failure to keep the text leaves the old one.
+  void Note(const char* text) {
+    try {
+      if (lastError != text) lastError = text;
+    } catch (...) {
+    }
+  }
+  int Receive(int* type, std::string* buffer, int timeoutMs);
+
+  int queueNumber;
+  unsigned int capacity;
+  queue::Attachment attachment;
+  queue::Inbound inbound;
+  queue::Outbound outbound;
+  std::string lastError;
+};
+
+int CyclicMessageQueue::State::Receive(int* type, std::string* buffer, int timeoutMs) {
+  if (type == nullptr || buffer == nullptr) {
+    Note("receive needs a type and a buffer");
+    return kQueueBadArgument;
+  }
+  if (!Usable()) return kQueueNotConnected;
+  const std::int64_t deadline = queue::MonotonicMs() + std::max(timeoutMs, 0);
+  for (;;) {
+    if (!inbound.HasItems()) inbound.Pump(1);
+    queue::InboundItem item;
+    if (inbound.Take(item)) {
+      if (item.result == kQueueOk) {
+        *type = item.type;
+        *buffer = std::move(item.data);
+        return kQueueOk;
+      }
+      Note(item.data.c_str());
+      return item.result;
+    }
+    int slice = kReceiveWaitSliceMs;
+    if (timeoutMs == kNoWait) return kQueueEmpty;
+    if (timeoutMs != kWaitForever) {
+      const std::int64_t left = deadline - queue::MonotonicMs();
+      if (left <= 0) return kQueueEmpty;
+      slice = static_cast<int>(std::min<std::int64_t>(left, slice));
+    }
+    queue::WaitOnBell(
+        attachment.self(), [&] { return inbound.RingHasData() || inbound.PeerWordChanged(); },
+        slice);
+  }
+}
+
+CyclicMessageQueue::CyclicMessageQueue(int queueNumber, const char* keyPath, unsigned int capacity,
+                                       Link* /*link: the transport has no use for it*/)
+    : state_(nullptr) {
+  try {
+    state_ = new State(queueNumber, capacity);
+    std::string error;
+    if (!state_->attachment.Open(queueNumber, keyPath, capacity, error)) state_->lastError = error;
+  } catch (...) {
+    if (state_ != nullptr) state_->Note("out of memory opening the queue");
+  }
+}
+
+CyclicMessageQueue::~CyclicMessageQueue() {
+  delete state_;
+}
+
+int CyclicMessageQueue::Send(const int* type, std::string* buffer) {
+  if (state_ == nullptr) return kQueueNotConnected;
+  try {
+    if (type == nullptr || buffer == nullptr) {
+      state_->Note("send needs a type and a buffer");
+      return kQueueBadArgument;
+    }
+    if (*type == kQueueEventPeerConnected || *type == kQueueEventPeerDisconnected) {
+      state_->Note("message types 0x80000000 and 0x80000001 are reserved for queue events");
+      return kQueueBadArgument;
+    }
+    if (!state_->Usable()) return kQueueNotConnected;
+    std::string error;
+    const int result = state_->outbound.Send(*type, *buffer, error);
+    if (result != kQueueOk) state_->Note(error.c_str());
+    return result;
+  } catch (const std::bad_alloc&) {
+    state_->Note("out of memory sending a message");
+    return kQueueNoMemory;
+  } catch (...) {
+    state_->Note("unexpected failure sending a message");
+    return kQueueCorrupt;
+  }
+}
+
+namespace {
+
+template <typename State, typename Operation>
+int Guarded(State* state, Operation&& operation) {
+  if (state == nullptr) return kQueueNotConnected;
+  try {
+    return operation();
+  } catch (const std::bad_alloc&) {
+    return kQueueNoMemory;
+  } catch (...) {
+    return kQueueCorrupt;
+  }
+}
+
+}  // namespace
+
+int CyclicMessageQueue::Receive(int* type, std::string* buffer) {
+  const int r = Guarded(state_, [&] { return state_->Receive(type, buffer, kWaitForever); });
+  if (r == kQueueNoMemory) state_->Note("out of memory receiving a message");
+  return r;
+}
+
+int CyclicMessageQueue::PeekMessage(int* type, std::string* buffer) {
+  const int r = Guarded(state_, [&] { return state_->Receive(type, buffer, kNoWait); });
+  if (r == kQueueNoMemory) state_->Note("out of memory receiving a message");
+  return r;
+}
+
+int CyclicMessageQueue::ReceiveFor(int* type, std::string* buffer, int timeoutMs) {
+  const int r =
+      Guarded(state_, [&] { return state_->Receive(type, buffer, std::max(timeoutMs, 0)); });
+  if (r == kQueueNoMemory) state_->Note("out of memory receiving a message");
+  return r;
+}
+
+unsigned int CyclicMessageQueue::PendingBytes() {
+  if (state_ == nullptr || !state_->attachment.usable()) return 0;
+  return state_->inbound.PendingBytes();
+}
+
+unsigned int CyclicMessageQueue::FreeBytes() {
+  if (state_ == nullptr || !state_->attachment.usable()) return 0;
+  return state_->outbound.FreeBytes();
+}
+
+const char* CyclicMessageQueue::LastError() {
+  return state_ == nullptr ? "out of memory creating the queue" : state_->lastError.c_str();
+}
+
+int CyclicMessageQueue::IsPartyOnline() {
+  if (state_ == nullptr || !state_->attachment.usable()) return 0;
+  return state_->attachment.ObservePeer(true).alive ? 1 : 0;
+}
+
+int CyclicMessageQueue::QueueNumber() {
+  return state_ == nullptr ? 0 : state_->queueNumber;
+}
+
+unsigned int CyclicMessageQueue::Capacity() {
+  return state_ == nullptr ? 0 : state_->capacity;
+}
+
+int CyclicMessageQueue::IsConnected() {
+  return state_ != nullptr && state_->attachment.usable() ? 1 : 0;
+}

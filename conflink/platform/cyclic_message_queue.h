@@ -5,6 +5,20 @@
 // the virtual-slot order that the messengers were built against: slot 1 is the destructor, then
 // send, blocking receive, non-blocking receive, four operations of our own, is-party-online, two
 // more of our own, and is-connected.
+//
+// How it works, in short (the files named queue_*.h hold the details):
+// - The shared state is one POSIX shared-memory object (see QueueObjectName), mode 0600, holding
+//   a ring of `capacity` bytes per direction with lock-free 32-bit head and tail words.
+// - Messages travel as records; one larger than the free space travels in fragments and is
+//   reassembled; it is delivered whole or not at all.
+// - A waiting party sleeps on a futex word of its own, woken by the peer only when it announced
+//   the wait, and always with a timeout.
+// - Each party holds a kernel lock on a byte of the object while attached; its release, on close
+//   or death, is how the peer learns of a departure.
+//
+// One thread at a time may use a queue object. The object keeps no threads and installs no
+// signal handlers. A queue object inherited by a forked child is inert in the child (reports not
+// connected); the child opens its own queue if it wants one.
 #pragma once
 
 #include <string>
@@ -25,10 +39,15 @@ enum QueueResult : int {
   kQueueTooLarge = -4,        // send: the message exceeds kMaxQueueMessageBytes
   kQueuePeerStalled = -5,     // send: the peer is attached but took nothing for kQueueStallMs
   kQueueCorrupt = -6,         // the shared state failed validation; the message was dropped
+  kQueueNoMemory = -7,        // memory ran out; the message was not sent or was dropped
+  kQueueBadArgument = -8,     // a null pointer, or a send with a type reserved for queue events
 };
 
 // Largest message (buffer bytes) the queue carries; larger sends fail with kQueueTooLarge.
 constexpr unsigned int kMaxQueueMessageBytes = 64u * 1024u * 1024u;
+// Bounds of the capacity given to the constructor (bytes per ring).
+constexpr unsigned int kMinQueueCapacity = 64;
+constexpr unsigned int kMaxQueueCapacity = 256u * 1024u * 1024u;
 // How long a sender waits for an attached peer that takes nothing from a full ring.
 constexpr int kQueueStallMs = 5000;
 // Queue events, delivered in order with the messages and with an empty buffer.
@@ -39,7 +58,17 @@ constexpr int kQueueEventPeerDisconnected = static_cast<int>(0x80000001u);
 const char* QueueResultText(int result);
 
 // The name of the shared-memory object behind queue `queueNumber` under `keyPath` for the
-// calling user, as shm_open sees it (e.g. for tools that inspect or remove queues).
+// calling user, as shm_open sees it (e.g. for tools that inspect or remove queues):
+//
+//   "/conflink.<euid>.<readable>.<hash>.<queueNumber>"
+//
+// <euid> is the effective user id in decimal; <readable> is the key path's first 64 bytes with
+// every byte other than [A-Za-z0-9_-] replaced by '_' ("/bin/ping" gives "_bin_ping"); <hash> is
+// the 64-bit FNV-1a hash of the whole key path as 16 lower-case hex digits, so that paths that
+// read alike stay apart; <queueNumber> is in decimal, with '-' when negative. A null key path
+// counts as "". The name is at most 120 bytes, well below NAME_MAX, with one leading '/'.
+// Example: queue 3 under "/bin/ping" for user 1000 is
+// "/conflink.1000._bin_ping.<16 hex digits>.3", a file of that name under /dev/shm.
 std::string QueueObjectName(int queueNumber, const char* keyPath);
 
 }  // namespace conflink

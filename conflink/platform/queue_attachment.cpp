@@ -1,0 +1,316 @@
+#include <conflink/platform/queue_attachment.h>
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <mutex>
+#include <new>
+#include <vector>
+
+#include <conflink/platform/cyclic_message_queue.h>
+#include <conflink/platform/queue_wait.h>
+
+namespace conflink {
+
+std::string QueueObjectName(int queueNumber, const char* keyPath) {
+  const std::string path = keyPath != nullptr ? keyPath : "";
+  std::uint64_t hash = 0xcbf29ce484222325ull;  // FNV-1a, 64 bits
+  std::string readable;
+  for (unsigned char c : path) {
+    hash = (hash ^ c) * 0x100000001b3ull;
+    if (readable.size() < 64) {
+      const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+                         (c >= '0' && c <= '9') || c == '-' || c == '_';
+      readable.push_back(plain ? static_cast<char>(c) : '_');
+    }
+  }
+  char text[160];
+  std::snprintf(text, sizeof text, "/conflink.%lu.%s.%016llx.%d",
+                static_cast<unsigned long>(geteuid()), readable.c_str(),
+                static_cast<unsigned long long>(hash), queueNumber);
+  return text;
+}
+
+}  // namespace conflink
+
+namespace conflink::queue {
+namespace {
+
+constexpr off_t kMutexByte = 0;
+constexpr int kMutexWaitMs = 3000;
+off_t PlaceByte(int place) {
+  return 1 + place;
+}
+
+bool SetLock(int fd, short type, off_t byte) {
+  struct flock lock {};
+  lock.l_type = type;
+  lock.l_whence = SEEK_SET;
+  lock.l_start = byte;
+  lock.l_len = 1;
+  return fcntl(fd, F_OFD_SETLK, &lock) == 0;
+}
+
+// Whether another open of the object holds a lock on `byte`. An error (the kernel cannot say)
+// counts as held, which keeps a peer that may be alive from being declared gone.
+bool HeldElsewhere(int fd, off_t byte) {
+  struct flock lock {};
+  lock.l_type = F_WRLCK;
+  lock.l_whence = SEEK_SET;
+  lock.l_start = byte;
+  lock.l_len = 1;
+  if (fcntl(fd, F_OFD_GETLK, &lock) != 0) return true;
+  return lock.l_type != F_UNLCK;
+}
+
+bool AcquireMutex(int fd, int waitMs) {
+  const std::int64_t deadline = MonotonicMs() + waitMs;
+  for (;;) {
+    if (SetLock(fd, F_WRLCK, kMutexByte)) return true;
+    if (errno != EAGAIN && errno != EACCES && errno != EINTR) return false;
+    if (MonotonicMs() >= deadline) return false;
+    usleep(1000);
+  }
+}
+
+std::string SystemError(const char* what) {
+  return std::string(what) + ": " + std::strerror(errno);
+}
+
+// Open queues of this process, so that a forked child can let go of the descriptors it inherits:
+// a child that outlives a crashed parent must not keep the parent's place lock alive.
+struct ForkRegistry {
+  std::mutex mutex;
+  std::vector<Attachment*> open;
+};
+ForkRegistry& Registry() {
+  static ForkRegistry* registry = new ForkRegistry;  // never destroyed: used until exit
+  return *registry;
+}
+void BeforeFork() {
+  Registry().mutex.lock();
+}
+void AfterForkParent() {
+  Registry().mutex.unlock();
+}
+void AfterForkChild() {
+  for (Attachment* a : Registry().open) a->ForgetAfterFork();
+  Registry().open.clear();
+  Registry().mutex.unlock();
+}
+void Register(Attachment* a) {
+  static std::once_flag once;
+  std::call_once(once, [] { pthread_atfork(BeforeFork, AfterForkParent, AfterForkChild); });
+  std::lock_guard<std::mutex> guard(Registry().mutex);
+  Registry().open.push_back(a);
+}
+void Unregister(Attachment* a) {
+  std::lock_guard<std::mutex> guard(Registry().mutex);
+  auto& open = Registry().open;
+  for (auto it = open.begin(); it != open.end(); ++it) {
+    if (*it == a) {
+      open.erase(it);
+      break;
+    }
+  }
+}
+
+}  // namespace
+
+bool Attachment::Map(std::size_t bytes, std::string& error) {
+  void* p = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd_, 0);
+  if (p == MAP_FAILED) {
+    error = SystemError("cannot map the queue object");
+    return false;
+  }
+  base_ = p;
+  bytes_ = bytes;
+  return true;
+}
+
+// Gives the object a fresh, empty layout for `capacity_`. Only called with the bookkeeping lock
+// held and nobody attached.
+bool Attachment::Initialise(std::string& error) {
+  if (base_ != nullptr) {
+    munmap(base_, bytes_);
+    base_ = nullptr;
+  }
+  const std::size_t bytes = SegmentBytes(capacity_);
+  if (ftruncate(fd_, 0) != 0 || ftruncate(fd_, static_cast<off_t>(bytes)) != 0) {
+    error = SystemError("cannot size the queue object");
+    return false;
+  }
+  if (!Map(bytes, error)) return false;
+  Segment* seg = new (base_) Segment();
+  seg->header.version.store(kLayoutVersion, std::memory_order_relaxed);
+  seg->header.capacity.store(capacity_, std::memory_order_relaxed);
+  seg->header.segmentBytes.store(static_cast<std::uint32_t>(bytes), std::memory_order_relaxed);
+  seg->header.magic.store(kLayoutMagic, std::memory_order_release);
+  return true;
+}
+
+bool Attachment::RingsEmpty() const {
+  const Segment& seg = segment();
+  for (int r = 0; r < 2; ++r) {
+    if (seg.producer[r].head.load(std::memory_order_acquire) !=
+        seg.consumer[r].tail.load(std::memory_order_acquire))
+      return false;
+  }
+  return true;
+}
+
+bool Attachment::Open(int queueNumber, const char* keyPath, std::uint32_t capacity,
+                      std::string& error) {
+  if (capacity < kMinQueueCapacity || capacity > kMaxQueueCapacity) {
+    error = "capacity " + std::to_string(capacity) + " is outside [" +
+            std::to_string(kMinQueueCapacity) + ", " + std::to_string(kMaxQueueCapacity) + "]";
+    return false;
+  }
+  capacity_ = capacity;
+  name_ = QueueObjectName(queueNumber, keyPath);
+
+  // Open the object and hold the bookkeeping lock. A leaving party may have removed the object
+  // between our open and our lock: then it is an orphan, and we open the name again.
+  struct stat st {};
+  for (int attempt = 0;; ++attempt) {
+    fd_ = shm_open(name_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (fd_ < 0) {
+      error = SystemError(("cannot open shared object " + name_).c_str());
+      return false;
+    }
+    if (!AcquireMutex(fd_, kMutexWaitMs)) {
+      error = errno == EINVAL ? SystemError("open-file-description locks unavailable")
+                              : "another process holds the queue's bookkeeping lock too long";
+      Release();
+      return false;
+    }
+    if (fstat(fd_, &st) != 0) {
+      error = SystemError("cannot inspect the queue object");
+      Release();
+      return false;
+    }
+    if (st.st_nlink > 0 || attempt >= 10) break;
+    Release();
+  }
+  if (st.st_uid != geteuid() || (st.st_mode & 0077) != 0) {
+    error = "queue object " + name_ + " belongs to another user or is open to others";
+    Release();
+    return false;
+  }
+
+  const bool anyoneAttached = HeldElsewhere(fd_, PlaceByte(0)) || HeldElsewhere(fd_, PlaceByte(1));
+  bool fresh = st.st_size == 0;
+  if (!fresh) {
+    std::uint32_t header[4] = {};
+    const bool readable = static_cast<std::size_t>(st.st_size) >= sizeof(Segment) &&
+                          pread(fd_, header, sizeof header, 0) == sizeof header;
+    const std::uint32_t theirs = header[2];
+    const bool valid = readable && header[0] == kLayoutMagic && header[1] == kLayoutVersion &&
+                       theirs >= kMinQueueCapacity && theirs <= kMaxQueueCapacity &&
+                       header[3] == SegmentBytes(theirs) &&
+                       static_cast<std::size_t>(st.st_size) == SegmentBytes(theirs);
+    if (!valid) {
+      if (anyoneAttached) {
+        error = "queue object " + name_ + " is in use but its layout is not recognised";
+        Release();
+        return false;
+      }
+      fresh = true;  // left half-made by a creator that died: make it again
+    } else if (theirs != capacity) {
+      bool reclaimable = !anyoneAttached;
+      if (reclaimable) {
+        capacity_ = theirs;
+        if (!Map(SegmentBytes(theirs), error)) {
+          Release();
+          return false;
+        }
+        reclaimable = RingsEmpty();
+        capacity_ = capacity;
+      }
+      if (!reclaimable) {
+        error = "capacity mismatch: the queue has " + std::to_string(theirs) +
+                " bytes per ring, this party asked for " + std::to_string(capacity) +
+                (anyoneAttached ? "" : " (messages are still queued)");
+        Release();
+        return false;
+      }
+      fresh = true;  // an empty leftover of another size
+    }
+  }
+  if (fresh ? !Initialise(error) : !Map(SegmentBytes(capacity_), error)) {
+    Release();
+    return false;
+  }
+
+  place_ = !HeldElsewhere(fd_, PlaceByte(0)) ? 0 : !HeldElsewhere(fd_, PlaceByte(1)) ? 1 : -1;
+  if (place_ < 0 || !SetLock(fd_, F_WRLCK, PlaceByte(place_))) {
+    error = "both places of the queue are taken";
+    place_ = -1;
+    Release();
+    return false;
+  }
+
+  // The records before the current head were written by earlier holders of our place; the peer
+  // uses this mark to end their stream before it reports us as arrived.
+  ProducerBlock& out = outProducer();
+  out.epochStart.store(out.head.load(std::memory_order_relaxed), std::memory_order_relaxed);
+  const std::uint32_t word = self().attach.load(std::memory_order_relaxed);
+  self().attach.store(((Generation(word) + 1) << 1) | 1u, std::memory_order_release);
+  RingAlways(peer());
+  SetLock(fd_, F_UNLCK, kMutexByte);
+  Register(this);
+  return true;
+}
+
+void Attachment::Close() {
+  if (base_ == nullptr && fd_ < 0) return;
+  Unregister(this);
+  if (!inherited_ && place_ >= 0) {
+    const bool locked = AcquireMutex(fd_, kMutexWaitMs);
+    const std::uint32_t word = self().attach.load(std::memory_order_relaxed);
+    self().attach.store(word & ~1u, std::memory_order_release);
+    RingAlways(peer());
+    SetLock(fd_, F_UNLCK, PlaceByte(place_));
+    struct stat st {};
+    if (locked && fstat(fd_, &st) == 0 && st.st_nlink > 0 &&
+        !HeldElsewhere(fd_, PlaceByte(1 - place_)) && RingsEmpty())
+      shm_unlink(name_.c_str());
+  }
+  place_ = -1;
+  Release();
+}
+
+// Unmaps and closes; closing the descriptor also drops any lock still held through it.
+void Attachment::Release() {
+  if (base_ != nullptr) munmap(base_, bytes_);
+  base_ = nullptr;
+  bytes_ = 0;
+  if (fd_ >= 0) close(fd_);
+  fd_ = -1;
+}
+
+void Attachment::ForgetAfterFork() {
+  if (fd_ >= 0) close(fd_);  // the parent's descriptor keeps the locks; ours just goes
+  fd_ = -1;
+  inherited_ = true;
+}
+
+PeerView Attachment::ObservePeer(bool fresh) {
+  const std::uint32_t word = peer().attach.load(std::memory_order_acquire);
+  if (!Attached(word)) return {word, false};
+  const std::int64_t now = MonotonicMs();
+  if (fresh || word != checkedWord_ || now - checkedAt_ >= kLivenessRecheckMs) {
+    checkedAlive_ = HeldElsewhere(fd_, PlaceByte(1 - place_));
+    checkedWord_ = word;
+    checkedAt_ = now;
+  }
+  return {word, checkedAlive_};
+}
+
+}  // namespace conflink::queue

@@ -1,0 +1,92 @@
+// Opening a queue's shared object, taking one of its two places, knowing whether the peer is
+// there, and leaving.
+//
+// Liveness rests on kernel-held locks: open-file-description locks on bytes of the object's file
+// descriptor. Byte 1 + p is held by the party in place p for as long as it is attached; byte 0 is
+// held for the few system calls of attaching or leaving, serialising the bookkeeping. The kernel
+// drops such a lock when the holder closes the object or dies, SIGKILL included, so a survivor
+// learns of a departure without process ids or heartbeats and a newcomer can take the free place.
+// Unlike classic record locks, these belong to one open of the object, so two queue objects in
+// one process are two distinct parties.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include <conflink/platform/queue_layout.h>
+#include <conflink/platform/queue_ring.h>
+
+namespace conflink::queue {
+
+// How often a party asks the kernel whether the peer's lock still stands, while the peer's
+// attach word says it is there.
+constexpr int kLivenessRecheckMs = 50;
+
+// What a party knows about its peer at one moment.
+struct PeerView {
+  std::uint32_t word;  // the peer's attach word
+  bool alive;          // attached and holding its place lock
+};
+
+class Attachment {
+ public:
+  Attachment() = default;
+  ~Attachment() { Close(); }
+  Attachment(const Attachment&) = delete;
+  Attachment& operator=(const Attachment&) = delete;
+
+  // Opens or creates the object and takes a free place. On failure returns false, sets `error`
+  // to the reason and holds nothing.
+  bool Open(int queueNumber, const char* keyPath, std::uint32_t capacity, std::string& error);
+  // Leaves the place, wakes the peer, and removes the object when nobody is attached and
+  // nothing is queued. Harmless when not open.
+  void Close();
+
+  // True when this object holds a place. False after a fork in the child's copy: the place
+  // belongs to the parent.
+  bool usable() const { return base_ != nullptr && !inherited_; }
+  bool inherited() const { return inherited_; }
+  int place() const { return place_; }
+  std::uint32_t capacity() const { return capacity_; }
+
+  Segment& segment() const { return *static_cast<Segment*>(base_); }
+  PartyBlock& self() const { return segment().party[place_]; }
+  PartyBlock& peer() const { return segment().party[1 - place_]; }
+  // Our outbound ring is the one of our place; the inbound one belongs to the peer's place.
+  ProducerBlock& outProducer() const { return segment().producer[place_]; }
+  ConsumerBlock& outConsumer() const { return segment().consumer[place_]; }
+  ProducerBlock& inProducer() const { return segment().producer[1 - place_]; }
+  ConsumerBlock& inConsumer() const { return segment().consumer[1 - place_]; }
+  RingBytes outbound() const { return Ring(place_); }
+  RingBytes inbound() const { return Ring(1 - place_); }
+
+  // The peer's state. The attach word is read every time; the kernel is asked about the lock
+  // when `fresh`, when the word changed, or when the last answer is kLivenessRecheckMs old.
+  PeerView ObservePeer(bool fresh);
+
+  // Called in a forked child: forget the place without touching it (the parent still has it).
+  void ForgetAfterFork();
+
+ private:
+  RingBytes Ring(int r) const {
+    return RingBytes(static_cast<unsigned char*>(base_) + RingOffset(capacity_, r), capacity_);
+  }
+  bool Map(std::size_t bytes, std::string& error);
+  bool Initialise(std::string& error);
+  bool RingsEmpty() const;
+  void Release();
+
+  int fd_ = -1;
+  void* base_ = nullptr;
+  std::size_t bytes_ = 0;
+  int place_ = -1;
+  std::uint32_t capacity_ = 0;
+  bool inherited_ = false;
+  std::string name_;
+  std::uint32_t checkedWord_ = 0;
+  bool checkedAlive_ = false;
+  std::int64_t checkedAt_ = 0;
+};
+
+}  // namespace conflink::queue

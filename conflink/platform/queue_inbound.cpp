@@ -1,0 +1,228 @@
+#include <conflink/platform/queue_inbound.h>
+
+#include <cstdint>
+#include <new>
+#include <utility>
+
+#include <conflink/platform/cyclic_message_queue.h>
+#include <conflink/platform/queue_wait.h>
+
+namespace conflink::queue {
+
+constexpr std::size_t kNoLimit = SIZE_MAX;
+
+void Inbound::Pump(std::size_t want) {
+  ProducerBlock& producer = a_.inProducer();
+  while (items_.size() < want) {
+    // The head is read before the peer's state: records of a newer generation are published
+    // after its attach word, so none of them can be below this head unless the observation
+    // below sees that generation too.
+    const std::uint32_t head = producer.head.load(std::memory_order_acquire);
+    const PeerView view = a_.ObservePeer(false);
+    lastWord_ = view.word;
+    const std::uint32_t generation = Generation(view.word);
+
+    if (reported_ && (!view.alive || generation != reportedGeneration_)) {
+      // The process we reported has gone: deliver all it sent, then its departure.
+      const bool replaced = generation != reportedGeneration_ && Attached(view.word);
+      Drain(replaced ? producer.epochStart.load(std::memory_order_acquire)
+                     : producer.head.load(std::memory_order_acquire),
+            kNoLimit);
+      DropPartial();
+      Push(kQueueOk, kQueueEventPeerDisconnected, std::string());
+      reported_ = false;
+      continue;
+    }
+    if (!reported_ && view.alive) {
+      // Announced at once when we find the peer on attaching; otherwise after what its place's
+      // earlier holders wrote.
+      if (!firstLook_) Drain(producer.epochStart.load(std::memory_order_acquire), kNoLimit);
+      Push(kQueueOk, kQueueEventPeerConnected, std::string());
+      reported_ = true;
+      reportedGeneration_ = generation;
+      firstLook_ = false;
+      continue;
+    }
+    firstLook_ = false;
+    const std::size_t before = items_.size();
+    Drain(head, want - items_.size());
+    if (items_.size() == before) break;
+  }
+}
+
+bool Inbound::Drain(std::uint32_t limit, std::size_t want) {
+  RingBytes ring = a_.inbound();
+  const RingIndex& index = ring.index();
+  ConsumerBlock& consumer = a_.inConsumer();
+  ProducerBlock& producer = a_.inProducer();
+  const std::size_t base = items_.size();
+  bool readable = true;
+  while (items_.size() - base < want) {
+    const std::uint32_t tail = consumer.tail.load(std::memory_order_relaxed);
+    const std::uint32_t head = producer.head.load(std::memory_order_acquire);
+    if (stuck_ && head == stuckHead_ && tail == stuckTail_) return false;
+    stuck_ = false;
+    if (!index.Valid(head) || !index.Valid(tail) || index.Distance(tail, head) > index.capacity()) {
+      DropPartial();
+      Fail(kQueueCorrupt, "inbound ring indices are inconsistent (head " + std::to_string(head) +
+                              ", tail " + std::to_string(tail) + ", capacity " +
+                              std::to_string(index.capacity()) + "); queued bytes dropped");
+      if (index.Valid(head)) {
+        Consumed(head);  // start again from what the producer publishes next
+      } else {
+        // Only the producer can repair its head (it does on its next send); until it changes,
+        // this state is not reported again.
+        stuck_ = true;
+        stuckHead_ = head;
+        stuckTail_ = tail;
+      }
+      return false;
+    }
+    std::uint32_t stop = head;
+    if (index.Valid(limit) && index.Distance(tail, limit) <= index.Distance(tail, head)) {
+      stop = limit;
+    }
+    if (tail == stop) break;
+    std::uint32_t next = stop;
+    if (!TakeRecord(tail, index.Distance(tail, stop), next)) readable = false;
+    Consumed(next);
+  }
+  // A message its producer gave up on: drop what we have of it; the rest of its fragments, if
+  // any are still in the ring, are skipped as they come.
+  if (assembling_ && producer.abandonedSeq.load(std::memory_order_acquire) == partialSeq_) {
+    DropPartial();
+  }
+  return readable;
+}
+
+// Handles the record at `tail`; sets `next` to the index after it. Returns false when the record
+// cannot be framed: then `next` is left at the end of the readable bytes, which are dropped.
+bool Inbound::TakeRecord(std::uint32_t tail, std::uint32_t available, std::uint32_t& next) {
+  RingBytes ring = a_.inbound();
+  const RingIndex& index = ring.index();
+  RecordHeader header{};
+  const RecordFault fault = ring.ReadHeader(tail, available, header);
+  if (fault != RecordFault::kNone && fault != RecordFault::kBadTotal) {
+    DropPartial();
+    Fail(kQueueCorrupt, std::string("inbound record unreadable: ") + RecordFaultText(fault) +
+                            "; queued bytes dropped");
+    return false;
+  }
+  next = index.Advance(tail, kRecordHeaderBytes + header.length);
+  if (fault == RecordFault::kBadTotal) {
+    DropPartial();
+    Fail(kQueueCorrupt, "inbound record claims " + std::to_string(header.total) +
+                            " message bytes with a fragment of " + std::to_string(header.length) +
+                            "; message dropped");
+    return true;
+  }
+  const std::uint32_t body = index.Advance(tail, kRecordHeaderBytes);
+  const bool first = (header.marker & kRecordFirst) != 0;
+  const bool last = (header.marker & kRecordLast) != 0;
+  try {
+    if (first) {
+      // A new message while one is unfinished: the unfinished one was abandoned by a producer
+      // that died or gave up.
+      DropPartial();
+      if (last) {
+        if (header.length != header.total) {
+          Fail(kQueueCorrupt, "inbound message of " + std::to_string(header.total) +
+                                  " bytes carries " + std::to_string(header.length) +
+                                  "; message dropped");
+          return true;
+        }
+        std::string data;
+        ring.AppendTo(body, header.length, data);
+        Push(kQueueOk, static_cast<int>(header.type), std::move(data));
+        return true;
+      }
+      assembling_ = true;
+      partialSeq_ = header.seq;
+      partialType_ = header.type;
+      partialTotal_ = header.total;
+      ring.AppendTo(body, header.length, partial_);
+      return true;
+    }
+    // The rest of a message that was given up, or begun before an earlier reader of this ring
+    // went away: nothing to join it to.
+    if (!assembling_ || header.seq != partialSeq_) return true;
+    const std::uint32_t have = static_cast<std::uint32_t>(partial_.size());
+    if (header.type != partialType_ || header.total != partialTotal_ ||
+        header.length > partialTotal_ - have || (last && have + header.length != partialTotal_)) {
+      DropPartial();
+      Fail(kQueueCorrupt, "inbound fragment does not continue its message (" +
+                              std::to_string(have) + " of " + std::to_string(partialTotal_) +
+                              " bytes, fragment of " + std::to_string(header.length) +
+                              "); message dropped");
+      return true;
+    }
+    // The buffer grows only with bytes that arrived, never by what a header claims.
+    ring.AppendTo(body, header.length, partial_);
+    if (last) {
+      assembling_ = false;
+      Push(kQueueOk, static_cast<int>(partialType_), std::move(partial_));
+      partial_ = std::string();
+    }
+  } catch (const std::bad_alloc&) {
+    DropPartial();
+    Fail(kQueueNoMemory, "out of memory receiving a message of " + std::to_string(header.total) +
+                             " bytes; message dropped");
+  }
+  return true;
+}
+
+void Inbound::Consumed(std::uint32_t next) {
+  a_.inConsumer().tail.store(next, std::memory_order_release);
+  RingIfWaiting(a_.peer());
+}
+
+void Inbound::Push(int result, int type, std::string data) {
+  const std::size_t size = data.size();
+  items_.push_back(InboundItem{result, type, std::move(data)});
+  if (result == kQueueOk) heldBytes_ += size;
+}
+
+// Records a failure at its place among the messages. Allocation may fail here too; the failure
+// is then reported by the caller's result alone.
+void Inbound::Fail(int result, const std::string& why) {
+  try {
+    Push(result, 0, why);
+  } catch (...) {
+  }
+}
+
+void Inbound::DropPartial() {
+  assembling_ = false;
+  std::string().swap(partial_);
+}
+
+bool Inbound::Take(InboundItem& out) {
+  if (items_.empty()) return false;
+  out = std::move(items_.front());
+  items_.pop_front();
+  if (out.result == kQueueOk) heldBytes_ -= out.data.size();
+  return true;
+}
+
+bool Inbound::RingHasData() const {
+  const std::uint32_t head = a_.inProducer().head.load(std::memory_order_acquire);
+  const std::uint32_t tail = a_.inConsumer().tail.load(std::memory_order_relaxed);
+  return head != tail && !(stuck_ && head == stuckHead_ && tail == stuckTail_);
+}
+
+bool Inbound::PeerWordChanged() const {
+  return a_.peer().attach.load(std::memory_order_acquire) != lastWord_;
+}
+
+std::uint32_t Inbound::PendingBytes() const {
+  const RingIndex index(a_.capacity());
+  const std::uint32_t head = a_.inProducer().head.load(std::memory_order_acquire);
+  const std::uint32_t tail = a_.inConsumer().tail.load(std::memory_order_relaxed);
+  std::uint64_t pending = heldBytes_ + partial_.size();
+  if (index.Valid(head) && index.Valid(tail) && index.Distance(tail, head) <= index.capacity()) {
+    pending += index.Distance(tail, head);
+  }
+  return pending > UINT32_MAX ? UINT32_MAX : static_cast<std::uint32_t>(pending);
+}
+
+}  // namespace conflink::queue

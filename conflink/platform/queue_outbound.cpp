@@ -1,0 +1,149 @@
+#include <conflink/platform/queue_outbound.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <new>
+
+#include <conflink/platform/cyclic_message_queue.h>
+#include <conflink/platform/queue_wait.h>
+
+namespace conflink::queue {
+namespace {
+
+// Smallest fragment worth writing while a message waits for room, so that a nearly full ring is
+// not filled with headers.
+std::uint32_t MinFragment(std::uint32_t capacity) {
+  return std::min<std::uint32_t>(256, capacity / 4);
+}
+
+}  // namespace
+
+std::uint32_t Outbound::FreeBytes() const {
+  const RingIndex index(a_.capacity());
+  const std::uint32_t head = a_.outProducer().head.load(std::memory_order_relaxed);
+  const std::uint32_t tail = a_.outConsumer().tail.load(std::memory_order_acquire);
+  if (!index.Valid(head) || !index.Valid(tail)) return 0;
+  const std::uint32_t used = index.Distance(tail, head);
+  return used > index.capacity() ? 0 : index.capacity() - used;
+}
+
+int Outbound::GiveUp(std::uint32_t seq, bool published, int result) {
+  if (published) {
+    a_.outProducer().abandonedSeq.store(seq, std::memory_order_release);
+    RingAlways(a_.peer());
+  }
+  return result;
+}
+
+int Outbound::Send(int type, const std::string& buffer, std::string& error) {
+  if (buffer.size() > kMaxQueueMessageBytes) {
+    error = "message of " + std::to_string(buffer.size()) + " bytes exceeds the limit of " +
+            std::to_string(kMaxQueueMessageBytes);
+    return kQueueTooLarge;
+  }
+  ProducerBlock& producer = a_.outProducer();
+  ConsumerBlock& consumer = a_.outConsumer();
+  RingBytes ring = a_.outbound();
+  const RingIndex& index = ring.index();
+  const std::uint32_t capacity = index.capacity();
+  const auto total = static_cast<std::uint32_t>(buffer.size());
+
+  std::uint32_t seq = producer.messageSeq.load(std::memory_order_relaxed) + 1;
+  if (seq == 0) seq = 1;  // 0 is what an untouched abandonedSeq holds
+  producer.messageSeq.store(seq, std::memory_order_relaxed);
+
+  std::uint32_t sent = 0;
+  bool published = false;
+  bool repaired = false;
+  bool peerSeen = false;
+  std::uint32_t peerWord = 0;
+  bool waiting = false;
+  std::uint32_t lastTail = 0;
+  std::int64_t progressAt = 0;
+
+  while (!published || sent < total) {
+    const std::uint32_t head = producer.head.load(std::memory_order_relaxed);
+    const std::uint32_t tail = consumer.tail.load(std::memory_order_acquire);
+    if (!index.Valid(head) && index.Valid(tail) && !repaired) {
+      producer.head.store(tail, std::memory_order_release);  // our own word: take the tail's
+      repaired = true;
+      continue;
+    }
+    if (!index.Valid(head) || !index.Valid(tail) || index.Distance(tail, head) > capacity) {
+      error = "outbound ring indices are inconsistent (head " + std::to_string(head) + ", tail " +
+              std::to_string(tail) + ", capacity " + std::to_string(capacity) +
+              "); the peer repairs them when it next receives";
+      return GiveUp(seq, published, kQueueCorrupt);
+    }
+    const std::uint32_t room = capacity - index.Distance(tail, head);
+    const std::uint32_t space = room > kRecordHeaderBytes ? room - kRecordHeaderBytes : 0;
+    const std::uint32_t remaining = total - sent;
+    std::uint32_t chunk = 0;
+    bool write = room >= kRecordHeaderBytes && space >= remaining;
+    if (write) {
+      chunk = remaining;
+    } else {
+      const PeerView view = a_.ObservePeer(false);
+      if (!view.alive || (peerSeen && view.word != peerWord)) {
+        if (!peerSeen) {
+          error = "outbound ring has " + std::to_string(room) + " free bytes, the message needs " +
+                  std::to_string(remaining + kRecordHeaderBytes) + ", and the peer is absent";
+          return GiveUp(seq, published, kQueuePeerAbsentFull);
+        }
+        error = "the peer left while a message of " + std::to_string(total) +
+                " bytes was being carried (" + std::to_string(sent) + " sent)";
+        return GiveUp(seq, published, kQueuePeerDeparted);
+      }
+      if (!peerSeen) {
+        peerSeen = true;
+        peerWord = view.word;
+      }
+      chunk = std::min(remaining, space);
+      write = chunk >= std::min(remaining, MinFragment(capacity)) && chunk > 0;
+    }
+    if (write) {
+      RecordHeader header{};
+      header.marker = kRecordMarker | (published ? 0u : kRecordFirst) |
+                      (sent + chunk == total ? kRecordLast : 0u);
+      header.seq = seq;
+      header.type = static_cast<std::uint32_t>(type);
+      header.total = total;
+      header.length = chunk;
+      const std::uint32_t next = ring.WriteRecord(head, header, buffer.data() + sent);
+      producer.head.store(next, std::memory_order_release);
+      RingIfWaiting(a_.peer());
+      sent += chunk;
+      published = true;
+      continue;
+    }
+
+    // No room: the peer is there. Watch it take, keep our own inbound ring moving, sleep.
+    const std::int64_t now = MonotonicMs();
+    if (!waiting || tail != lastTail) {
+      waiting = true;
+      lastTail = tail;
+      progressAt = now;
+    } else if (now - progressAt >= kQueueStallMs) {
+      error = "the peer took nothing for " + std::to_string(kQueueStallMs) + " ms; message of " +
+              std::to_string(total) + " bytes given up (" + std::to_string(sent) + " sent)";
+      return GiveUp(seq, published, kQueuePeerStalled);
+    }
+    try {
+      in_.Pump(SIZE_MAX);
+    } catch (const std::bad_alloc&) {
+      error = "out of memory keeping inbound messages while waiting to send";
+      return GiveUp(seq, published, kQueueNoMemory);
+    }
+    const std::uint32_t need = kRecordHeaderBytes + std::min(remaining, MinFragment(capacity));
+    WaitOnBell(
+        a_.self(),
+        [&] {
+          return FreeBytes() >= need || in_.RingHasData() ||
+                 a_.peer().attach.load(std::memory_order_acquire) != peerWord;
+        },
+        kSendWaitSliceMs);
+  }
+  return kQueueOk;
+}
+
+}  // namespace conflink::queue

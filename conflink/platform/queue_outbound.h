@@ -1,0 +1,40 @@
+// The sending side of a queue: writes a message into the outbound ring as one record, or as
+// fragments when it does not fit, and waits for room while the peer is there and taking.
+//
+// A message that fits the free space goes at once, whether or not the peer is attached (it
+// stays queued for whoever takes the place). One that does not fit goes only to a peer that is
+// attached: while waiting for room the sender keeps emptying its own inbound ring into local
+// memory, so two parties filling each other's rings both progress. A message is given up part
+// way when the peer leaves or takes nothing for kQueueStallMs; the producer then stores the
+// message's number in ProducerBlock::abandonedSeq, which the consumer reads even when the ring is
+// too full for any record telling it so, and drops what it has of that message.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include <conflink/platform/queue_attachment.h>
+#include <conflink/platform/queue_inbound.h>
+
+namespace conflink::queue {
+
+// How long a waiting sender sleeps before it looks at the peer again.
+constexpr int kSendWaitSliceMs = 100;
+
+class Outbound {
+ public:
+  Outbound(Attachment& attachment, Inbound& inbound) : a_(attachment), in_(inbound) {}
+
+  // Sends one message; a QueueResult. On failure `error` says why.
+  int Send(int type, const std::string& buffer, std::string& error);
+  // Free bytes of the outbound ring (0 when its indices are unusable).
+  std::uint32_t FreeBytes() const;
+
+ private:
+  int GiveUp(std::uint32_t seq, bool published, int result);
+
+  Attachment& a_;
+  Inbound& in_;
+};
+
+}  // namespace conflink::queue
