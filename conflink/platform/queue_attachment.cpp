@@ -155,14 +155,23 @@ bool Attachment::Initialise(std::string& error) {
   return true;
 }
 
-bool Attachment::RingsEmpty() const {
+bool Attachment::RingEmpty(int r) const {
   const Segment& seg = segment();
-  for (int r = 0; r < 2; ++r) {
-    if (seg.producer[r].head.load(std::memory_order_acquire) !=
-        seg.consumer[r].tail.load(std::memory_order_acquire))
-      return false;
-  }
-  return true;
+  return seg.producer[r].head.load(std::memory_order_acquire) ==
+         seg.consumer[r].tail.load(std::memory_order_acquire);
+}
+
+bool Attachment::RingsEmpty() const {
+  return RingEmpty(0) && RingEmpty(1);
+}
+
+// The free place to take, or -1. With both free, the place that receives what is queued: what
+// a party sent while alone is meant for whoever comes next as its peer.
+int Attachment::ChoosePlace() {
+  const bool free0 = !HeldElsewhere(fd_, PlaceByte(0));
+  const bool free1 = !HeldElsewhere(fd_, PlaceByte(1));
+  if (free0 && free1) return !RingEmpty(0) && RingEmpty(1) ? 1 : 0;
+  return free0 ? 0 : free1 ? 1 : -1;
 }
 
 bool Attachment::Open(int queueNumber, const char* keyPath, std::uint32_t capacity,
@@ -248,7 +257,7 @@ bool Attachment::Open(int queueNumber, const char* keyPath, std::uint32_t capaci
     return false;
   }
 
-  place_ = !HeldElsewhere(fd_, PlaceByte(0)) ? 0 : !HeldElsewhere(fd_, PlaceByte(1)) ? 1 : -1;
+  place_ = ChoosePlace();
   if (place_ < 0 || !SetLock(fd_, F_WRLCK, PlaceByte(place_))) {
     error = "both places of the queue are taken";
     place_ = -1;
@@ -258,6 +267,8 @@ bool Attachment::Open(int queueNumber, const char* keyPath, std::uint32_t capaci
 
   // The records before the current head were written by earlier holders of our place; the peer
   // uses this mark to end their stream before it reports us as arrived.
+  const std::uint32_t peerWord = peer().attach.load(std::memory_order_acquire);
+  peerAtAttach_ = {peerWord, Attached(peerWord) && HeldElsewhere(fd_, PlaceByte(1 - place_))};
   ProducerBlock& out = outProducer();
   out.epochStart.store(out.head.load(std::memory_order_relaxed), std::memory_order_relaxed);
   const std::uint32_t word = self().attach.load(std::memory_order_relaxed);

@@ -68,6 +68,9 @@ class Attachment {
   // Called in a forked child: forget the place without touching it (the parent still has it).
   void ForgetAfterFork();
 
+  // The peer as it was when we took our place (read under the bookkeeping lock).
+  PeerView peerAtAttach() const { return peerAtAttach_; }
+
  private:
   RingBytes Ring(int r) const {
     return RingBytes(static_cast<unsigned char*>(base_) + RingOffset(capacity_, r), capacity_);
@@ -75,6 +78,8 @@ class Attachment {
   bool Map(std::size_t bytes, std::string& error);
   bool Initialise(std::string& error);
   bool RingsEmpty() const;
+  bool RingEmpty(int r) const;
+  int ChoosePlace();
   void Release();
 
   int fd_ = -1;
@@ -87,6 +92,7 @@ class Attachment {
   std::uint32_t checkedWord_ = 0;
   bool checkedAlive_ = false;
   std::int64_t checkedAt_ = 0;
+  PeerView peerAtAttach_{0, false};
 };
 
 }  // namespace conflink::queue

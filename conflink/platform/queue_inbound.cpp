@@ -13,6 +13,18 @@ constexpr std::size_t kNoLimit = SIZE_MAX;
 
 void Inbound::Pump(std::size_t want) {
   ProducerBlock& producer = a_.inProducer();
+  if (!started_) {
+    // A peer present when we attached is announced before anything else.
+    started_ = true;
+    const PeerView atAttach = a_.peerAtAttach();
+    seenGeneration_ = Generation(atAttach.word);
+    lastWord_ = atAttach.word;
+    if (atAttach.alive) {
+      Push(kQueueOk, kQueueEventPeerConnected, std::string());
+      reported_ = true;
+      reportedGeneration_ = seenGeneration_;
+    }
+  }
   while (items_.size() < want) {
     // The head is read before the peer's state: records of a newer generation are published
     // after its attach word, so none of them can be below this head unless the observation
@@ -23,27 +35,36 @@ void Inbound::Pump(std::size_t want) {
     const std::uint32_t generation = Generation(view.word);
 
     if (reported_ && (!view.alive || generation != reportedGeneration_)) {
-      // The process we reported has gone: deliver all it sent, then its departure.
-      const bool replaced = generation != reportedGeneration_ && Attached(view.word);
-      Drain(replaced ? producer.epochStart.load(std::memory_order_acquire)
-                     : producer.head.load(std::memory_order_acquire),
+      // The process we reported has gone: deliver all it sent, then its departure. When another
+      // took its place meanwhile, the newcomer's records start at its epoch.
+      Drain(generation != reportedGeneration_ ? producer.epochStart.load(std::memory_order_acquire)
+                                              : producer.head.load(std::memory_order_acquire),
             kNoLimit);
       DropPartial();
       Push(kQueueOk, kQueueEventPeerDisconnected, std::string());
       reported_ = false;
+      seenGeneration_ = reportedGeneration_;
       continue;
     }
-    if (!reported_ && view.alive) {
-      // Announced at once when we find the peer on attaching; otherwise after what its place's
-      // earlier holders wrote.
-      if (!firstLook_) Drain(producer.epochStart.load(std::memory_order_acquire), kNoLimit);
+    if (!reported_ && generation != seenGeneration_) {
+      // Someone took the peer's place since we last looked; it may already have left again
+      // (then the next round reports its departure after its messages). When more than one
+      // did, the earlier ones are reported as one arrival and departure around what they sent.
+      const std::uint32_t epoch = producer.epochStart.load(std::memory_order_acquire);
+      if (generation - seenGeneration_ > 1) {
+        Push(kQueueOk, kQueueEventPeerConnected, std::string());
+        Drain(epoch, kNoLimit);
+        DropPartial();
+        Push(kQueueOk, kQueueEventPeerDisconnected, std::string());
+      } else {
+        Drain(epoch, kNoLimit);  // left by earlier holders of the place, never reported
+      }
       Push(kQueueOk, kQueueEventPeerConnected, std::string());
       reported_ = true;
       reportedGeneration_ = generation;
-      firstLook_ = false;
+      seenGeneration_ = generation;
       continue;
     }
-    firstLook_ = false;
     const std::size_t before = items_.size();
     Drain(head, want - items_.size());
     if (items_.size() == before) break;

@@ -6,9 +6,9 @@
 //
 // Events follow the peer's generations (see PartyBlock). When the generation we reported changes
 // or the peer's lock is gone, everything that peer published is delivered first, then its
-// departure; a new generation's arrival comes after the records written before it attached
-// (ProducerBlock::epochStart). A peer already present when we attach is reported at once, before
-// anything else.
+// departure. A generation that appeared since we last looked is announced after the records
+// written before it attached (ProducerBlock::epochStart), even when it has left again by then.
+// A peer already present when we attach is reported at once, before anything else.
 #pragma once
 
 #include <cstddef>
@@ -61,10 +61,12 @@ class Inbound {
   std::deque<InboundItem> items_;
   std::size_t heldBytes_ = 0;
 
-  // The peer as we reported it.
+  // The peer as we reported it: whether we announced its arrival and not yet its departure, of
+  // which generation, and the newest generation we accounted for.
+  bool started_ = false;
   bool reported_ = false;
-  bool firstLook_ = true;
   std::uint32_t reportedGeneration_ = 0;
+  std::uint32_t seenGeneration_ = 0;
   std::uint32_t lastWord_ = 0;
 
   // The message being reassembled.
