@@ -2,6 +2,8 @@
 // directions at once, and a stress of many small messages.
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include <conflink/platform/queue_test_support.h>
 
 namespace conflink::testing {
@@ -10,6 +12,160 @@ namespace {
 // The first thing a party receives when its peer is already there, or arrives.
 bool AwaitPeer(CyclicMessageQueue& q) {
   return ReceiveType(q) == kQueueEventPeerConnected;
+}
+
+// Both parties send 4 MiB to each other at the same moment: each must keep taking while it
+// waits for room, or both wait forever.
+TEST(QueueTransfer, LargeMessagesCrossingEachOtherBothComplete) {
+  TestQueueName name;
+  constexpr std::size_t kSize = 4u << 20;
+  Pace go;
+  Child child([&] {
+    auto q = name.Open();
+    if (!AwaitPeer(*q) || go.Await() == 0) return 1;
+    std::string out = Pattern(kSize, 2);
+    const int type = 2;
+    if (q->Send(&type, &out) != kQueueOk) return 2;
+    std::string in;
+    if (ReceiveType(*q, &in, 20000) != 1 || in != Pattern(kSize, 1)) return 3;
+    return ReceiveType(*q, nullptr, 20000) == kQueueEventPeerDisconnected ? 0 : 4;
+  });
+  auto q = name.Open();
+  ASSERT_TRUE(AwaitPeer(*q));
+  go.Signal();
+  std::string out = Pattern(kSize, 1);
+  const int type = 1;
+  ASSERT_EQ(q->Send(&type, &out), kQueueOk) << q->LastError();
+  EXPECT_GT(q->PendingBytes(), 0u) << "what arrived while sending is held locally";
+  std::string in;
+  ASSERT_EQ(ReceiveType(*q, &in, 20000), 2);
+  EXPECT_TRUE(in == Pattern(kSize, 2));
+  q.reset();
+  EXPECT_EQ(child.Wait(), 0);
+}
+
+// Many messages of mixed sizes each way, sent and taken in interleaved bursts: every one
+// arrives once, in order, intact, and nobody stalls (a lost wake-up would stall a side until
+// its timeout, and the whole run is bounded).
+TEST(QueueTransfer, ManySmallMessagesBothWaysNeverStall) {
+  TestQueueName name;
+  constexpr int kCount = 20000;
+  auto sizeOf = [](int i) -> std::size_t {
+    return i % 997 == 0 ? 2 * kTestCapacity + static_cast<std::size_t>(i % 13) : i % 61;
+  };
+  // Sends kCount messages, taking whatever arrives in between; then takes the rest. Returns 0
+  // when everything from the peer arrived in order and intact.
+  auto exchange = [&](CyclicMessageQueue& q, std::uint32_t mine, std::uint32_t theirs) {
+    int received = 0;
+    auto take = [&](int ms) {
+      int type = 0;
+      std::string data;
+      const int r = ms == 0 ? q.PeekMessage(&type, &data) : q.ReceiveFor(&type, &data, ms);
+      if (r != kQueueOk) return r == kQueueEmpty ? 0 : -1;
+      if (type == kQueueEventPeerConnected || type == kQueueEventPeerDisconnected) return 1;
+      if (type != received ||
+          data != Pattern(sizeOf(received), theirs * 100000u + static_cast<std::uint32_t>(type)))
+        return -1;
+      ++received;
+      return 1;
+    };
+    for (int i = 0; i < kCount; ++i) {
+      std::string data = Pattern(sizeOf(i), mine * 100000u + static_cast<std::uint32_t>(i));
+      if (q.Send(&i, &data) != kQueueOk) return 10;
+      while (true) {
+        const int r = take(0);
+        if (r < 0) return 11;
+        if (r == 0) break;
+      }
+    }
+    while (received < kCount) {
+      if (take(10000) <= 0) return 12;
+    }
+    return 0;
+  };
+  Child child(
+      [&] {
+        auto q = name.Open();
+        if (!AwaitPeer(*q)) return 1;
+        const int r = exchange(*q, 2, 1);
+        // Stay until the parent has taken everything.
+        return r != 0 ? r : ReceiveType(*q, nullptr, 30000) == 99 ? 0 : 13;
+      },
+      120);
+  auto q = name.Open();
+  ASSERT_TRUE(AwaitPeer(*q));
+  EXPECT_EQ(exchange(*q, 1, 2), 0) << q->LastError();
+  const int done = 99;
+  std::string none;
+  EXPECT_EQ(q->Send(&done, &none), kQueueOk);
+  EXPECT_EQ(child.Wait(120000), 0);
+}
+
+// Misuse is refused with its own code and leaves the queue working.
+TEST(QueueTransfer, RefusesWhatItCannotCarry) {
+  TestQueueName name;
+  auto a = name.Open();
+  auto b = name.Open();
+  ASSERT_TRUE(a->IsConnected() && b->IsConnected());
+  int type = 1;
+  std::string huge(kMaxQueueMessageBytes + 1, 'h');
+  EXPECT_EQ(a->Send(&type, &huge), kQueueTooLarge);
+  EXPECT_NE(std::string(a->LastError()).find("exceeds"), std::string::npos);
+  huge = std::string();
+  std::string text = "ok";
+  for (int reserved : {kQueueEventPeerConnected, kQueueEventPeerDisconnected}) {
+    EXPECT_EQ(a->Send(&reserved, &text), kQueueBadArgument);
+  }
+  EXPECT_EQ(a->Send(nullptr, &text), kQueueBadArgument);
+  EXPECT_EQ(b->Receive(&type, nullptr), kQueueBadArgument);
+  EXPECT_EQ(a->Send(&type, &text), kQueueOk);
+  EXPECT_EQ(ReceiveType(*b), kQueueEventPeerConnected);
+  EXPECT_EQ(ReceiveType(*b, &text), 1);
+  EXPECT_EQ(text, "ok");
+}
+
+// The accounting calls follow the bytes: free space shrinks by record and header, pending bytes
+// grow on the other side and vanish when taken.
+TEST(QueueTransfer, FreeAndPendingBytesFollowTheRing) {
+  TestQueueName name;
+  auto a = name.Open();
+  auto b = name.Open();
+  EXPECT_EQ(a->Capacity(), kTestCapacity);
+  EXPECT_EQ(a->QueueNumber(), name.number());
+  EXPECT_EQ(a->FreeBytes(), kTestCapacity);
+  std::string text(100, 'p');
+  const int type = 3;
+  ASSERT_EQ(a->Send(&type, &text), kQueueOk);
+  EXPECT_EQ(a->FreeBytes(), kTestCapacity - 120);
+  EXPECT_GE(b->PendingBytes(), 100u);
+  EXPECT_EQ(ReceiveType(*b), kQueueEventPeerConnected);
+  EXPECT_EQ(ReceiveType(*b), 3);
+  EXPECT_EQ(b->PendingBytes(), 0u);
+  EXPECT_EQ(a->FreeBytes(), kTestCapacity);
+}
+
+// Two queue objects of one process, driven from two threads: the in-process view of the same
+// protocol (and what the thread sanitizer can follow).
+TEST(QueueTransfer, TwoThreadsOfOneProcessExchange) {
+  TestQueueName name;
+  auto a = name.Open();
+  auto b = name.Open();
+  constexpr int kCount = 2000;
+  int failures = 0;
+  std::thread reader([&] {
+    for (int i = 0; i < kCount; ++i) {
+      std::string data;
+      int type = ReceiveType(*b, &data);
+      if (type == kQueueEventPeerConnected) type = ReceiveType(*b, &data);
+      if (type != i || data != Pattern(static_cast<std::size_t>(i % 3000), i)) ++failures;
+    }
+  });
+  for (int i = 0; i < kCount; ++i) {
+    std::string data = Pattern(static_cast<std::size_t>(i % 3000), i);
+    ASSERT_EQ(a->Send(&i, &data), kQueueOk);
+  }
+  reader.join();
+  EXPECT_EQ(failures, 0);
 }
 
 class TransferBySize : public ::testing::TestWithParam<std::size_t> {};

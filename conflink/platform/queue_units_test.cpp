@@ -1,0 +1,132 @@
+// The queue's pieces that need no second party: ring index arithmetic for any capacity, copies
+// that wrap at the ring's end, record header checks, object naming and result texts.
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <set>
+#include <vector>
+
+#include <conflink/platform/queue_ring.h>
+#include <conflink/platform/queue_test_support.h>
+
+namespace conflink::testing {
+namespace {
+
+using queue::RecordFault;
+using queue::RecordHeader;
+using queue::RingBytes;
+using queue::RingIndex;
+
+TEST(QueueRingIndex, FoldsAtTwiceTheCapacityForAnyCapacity) {
+  struct Case {
+    std::uint32_t capacity, from, n, advanced, offset;
+  };
+  // A capacity that is no power of two, across both folds: of the index and of the offset.
+  const Case cases[] = {
+      {100, 0, 30, 30, 30},    {100, 90, 30, 120, 20}, {100, 190, 30, 20, 20},  {100, 199, 1, 0, 0},
+      {100, 150, 100, 50, 50}, {64, 127, 64, 63, 63},  {32768, 65535, 1, 0, 0},
+  };
+  for (const Case& c : cases) {
+    const RingIndex index(c.capacity);
+    SCOPED_TRACE(::testing::Message() << c.capacity << ": " << c.from << " + " << c.n);
+    const std::uint32_t to = index.Advance(c.from, c.n);
+    EXPECT_EQ(to, c.advanced);
+    EXPECT_EQ(index.Offset(to), c.offset);
+    EXPECT_EQ(index.Distance(c.from, to), c.n);
+    EXPECT_TRUE(index.Valid(to));
+  }
+  const RingIndex index(100);
+  EXPECT_FALSE(index.Valid(200));
+  EXPECT_EQ(index.Distance(50, 50), 0u) << "empty";
+  EXPECT_EQ(index.Distance(50, 150), 100u) << "full differs from empty";
+}
+
+TEST(QueueRingBytes, CopiesWrapAtTheRingsEnd) {
+  std::vector<unsigned char> storage(16 + 2, 0xee);  // guard bytes on either side
+  RingBytes ring(storage.data() + 1, 16);
+  const std::string text = "abcdefghij";
+  ring.CopyIn(12 + 16, text.data(), 10);  // offset 12, second lap
+  EXPECT_EQ(std::string(reinterpret_cast<char*>(storage.data() + 13), 4), "abcd");
+  EXPECT_EQ(std::string(reinterpret_cast<char*>(storage.data() + 1), 6), "efghij");
+  EXPECT_EQ(storage.front(), 0xee);
+  EXPECT_EQ(storage.back(), 0xee);
+  std::string out(10, '\0');
+  ring.CopyOut(12, &out[0], 10);
+  EXPECT_EQ(out, text);
+  std::string appended = ">";
+  ring.AppendTo(14, 6, appended);
+  EXPECT_EQ(appended, ">cdefgh");
+}
+
+TEST(QueueRingBytes, HeaderChecksCatchEveryInconsistency) {
+  struct Case {
+    const char* what;
+    RecordHeader header;
+    std::uint32_t available;
+    RecordFault fault;
+  };
+  const std::uint32_t m = queue::kRecordMarker | queue::kRecordFirst | queue::kRecordLast;
+  const Case cases[] = {
+      {"valid", {m, 1, 5, 10, 10}, 30, RecordFault::kNone},
+      {"valid empty", {m, 1, 5, 0, 0}, 20, RecordFault::kNone},
+      {"fewer bytes than a header", {m, 1, 5, 0, 0}, 19, RecordFault::kTruncated},
+      {"no marker", {0x12345670u, 1, 5, 10, 10}, 30, RecordFault::kBadMarker},
+      {"payload past the head", {m, 1, 5, 11, 11}, 30, RecordFault::kLengthPastHead},
+      {"huge length", {m, 1, 5, 10, 0xffffffffu}, 30, RecordFault::kLengthPastHead},
+      {"size over the limit", {m, 1, 5, kMaxQueueMessageBytes + 1, 4}, 30, RecordFault::kBadTotal},
+      {"fragment larger than its message", {m, 1, 5, 3, 4}, 30, RecordFault::kBadTotal},
+  };
+  for (const Case& c : cases) {
+    std::vector<unsigned char> storage(64, 0);
+    RingBytes ring(storage.data(), 64);
+    ring.CopyIn(60, &c.header, sizeof c.header);  // the header itself wraps
+    RecordHeader out{};
+    EXPECT_EQ(ring.ReadHeader(60, c.available, out), c.fault) << c.what;
+  }
+}
+
+TEST(QueueNaming, NamesFollowTheDocumentedRule) {
+  const std::string uid = std::to_string(geteuid());
+  const std::string ping = QueueObjectName(3, "/bin/ping");
+  EXPECT_EQ(ping.rfind("/conflink." + uid + "._bin_ping.", 0), 0u) << ping;
+  EXPECT_EQ(ping.substr(ping.size() - 2), ".3");
+  EXPECT_EQ(QueueObjectName(-3, "/bin/ping").substr(ping.size() - 2), ".-3");
+  // Distinct inputs give distinct names, also where the readable part is the same.
+  const std::set<std::string> names = {
+      ping,
+      QueueObjectName(4, "/bin/ping"),
+      QueueObjectName(3, "_bin_ping"),
+      QueueObjectName(3, "/bin/pin"),
+      QueueObjectName(3, ""),
+      QueueObjectName(3, std::string(300, 'a').c_str()),
+      QueueObjectName(3, (std::string(300, 'a') + "b").c_str()),
+  };
+  EXPECT_EQ(names.size(), 7u);
+  for (const std::string& n : names) {
+    EXPECT_LT(n.size(), static_cast<std::size_t>(NAME_MAX)) << n;
+    EXPECT_EQ(n.find('/', 1), std::string::npos) << n;
+  }
+  EXPECT_EQ(QueueObjectName(3, nullptr), QueueObjectName(3, ""));
+}
+
+TEST(QueueResults, EveryCodeHasItsOwnText) {
+  std::set<std::string> texts;
+  for (int r = kQueueBadArgument; r <= kQueueOk; ++r) texts.insert(QueueResultText(r));
+  EXPECT_EQ(texts.size(), static_cast<std::size_t>(kQueueOk - kQueueBadArgument + 1));
+}
+
+TEST(QueueOpening, UnusableCapacitiesAreRefusedWithAReason) {
+  TestQueueName name;
+  for (unsigned int capacity : {0u, kMinQueueCapacity - 1, kMaxQueueCapacity + 1}) {
+    auto q = name.Open(capacity);
+    EXPECT_EQ(q->IsConnected(), 0) << capacity;
+    EXPECT_NE(std::string(q->LastError()).find("capacity"), std::string::npos);
+    int type = 0;
+    std::string buffer;
+    EXPECT_EQ(q->PeekMessage(&type, &buffer), kQueueNotConnected);
+  }
+  EXPECT_EQ(name.Open(kMinQueueCapacity)->IsConnected(), 1) << "the smallest capacity works";
+}
+
+}  // namespace
+}  // namespace conflink::testing
