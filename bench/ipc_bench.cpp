@@ -1,0 +1,172 @@
+// ipc_bench: the shared-memory queue against the kernel's own transports, between two processes
+// of this machine, and the messengers' own path over the queue.
+//
+//   ipc_bench [--quick] [--round-trips N]
+//
+// Prints one table (round-trip median and 99th percentile of a 64-byte message, one-way
+// throughput of 64-byte and 4 KiB messages, the rate at which one 4 MiB message moves), each
+// figure with its ratio to the Unix socket's, then the queue's goals, met or missed. Exits 1 when
+// a transport failed to deliver what it was sent, 2 on a bad option, 3 when the watchdog fired.
+#include <sys/utsname.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "ipc_measure.h"
+#include "ipc_messenger_row.h"
+#include "ipc_process.h"
+#include "ipc_report.h"
+#include "ipc_transport.h"
+
+using namespace conflink::bench;
+
+namespace {
+
+void printUsage() {
+  std::fprintf(stderr,
+               "usage: ipc_bench [--quick] [--round-trips N]\n"
+               "  --quick           fewer iterations, for a smoke run\n"
+               "  --round-trips N   measured round trips per transport (default 100000)\n");
+}
+
+// Fewer of everything: a whole run in a few seconds, figures rougher.
+Plan quickPlan() {
+  Plan plan;
+  plan.roundTrips = 10000;
+  plan.warmUpRoundTrips = 1000;
+  plan.smallMessages = 100000;
+  plan.pageMessages = 20000;
+  plan.bigMessages = 5;
+  plan.warmUpBigMessages = 1;
+  return plan;
+}
+
+bool parseOptions(int argc, char** argv, Plan& plan) {
+  bool quick = false;
+  long roundTrips = -1;
+  for (int i = 1; i < argc; ++i) {
+    const std::string option = argv[i];
+    if (option == "--quick") {
+      quick = true;
+    } else if (option == "--round-trips" && i + 1 < argc) {
+      char* end = nullptr;
+      roundTrips = std::strtol(argv[++i], &end, 10);
+      if (*end != '\0' || roundTrips < 1 || roundTrips > 10000000) return false;
+    } else {
+      return false;
+    }
+  }
+  if (quick) plan = quickPlan();
+  if (roundTrips > 0) {
+    plan.roundTrips = static_cast<int>(roundTrips);
+    plan.warmUpRoundTrips = std::max(1000, plan.roundTrips / 10);
+  }
+  // Generous for a healthy transport (a blocking round trip takes tens of microseconds here),
+  // short enough that a stuck one cannot hold the run for long.
+  plan.limitSeconds = (quick ? 20 : 40) + static_cast<unsigned>(plan.roundTrips / 5000);
+  return true;
+}
+
+std::string firstLineWith(const char* path, const char* key) {
+  std::ifstream file(path);
+  std::string line;
+  while (std::getline(file, line)) {
+    if (line.compare(0, std::strlen(key), key) == 0) {
+      const auto colon = line.find(':');
+      return colon == std::string::npos ? line
+                                        : line.substr(line.find_first_not_of(" \t", colon + 1));
+    }
+  }
+  return "unknown";
+}
+
+std::string fileText(const char* path) {
+  std::ifstream file(path);
+  std::string text;
+  return std::getline(file, text) ? text : "unknown";
+}
+
+void printSetting(const Plan& plan) {
+  utsname system{};
+  uname(&system);
+  std::printf("ipc_bench: two processes (fork), nothing pinned\n");
+  std::printf("  machine      %ld CPUs online, %s, Linux %s\n", sysconf(_SC_NPROCESSORS_ONLN),
+              firstLineWith("/proc/cpuinfo", "model name").c_str(), system.release);
+  std::printf("  round trips  %d of 64 bytes after %d warm-up; median and 99th percentile\n",
+              plan.roundTrips, plan.warmUpRoundTrips);
+  std::printf(
+      "  one-way      %d messages of 64 bytes, %d of 4 KiB (each after a tenth as warm-up)\n",
+      plan.smallMessages, plan.pageMessages);
+  std::printf("  4 MiB        median of %d messages after %d warm-up, every byte checked\n",
+              plan.bigMessages, plan.warmUpBigMessages);
+  std::printf("  queue        key path %s, capacity %u bytes per direction (as the messengers)\n",
+              kMessengerKeyPath, kMessengerCapacity);
+  std::printf("  POSIX mq     msgsize_max %s, msg_max %s\n",
+              fileText("/proc/sys/fs/mqueue/msgsize_max").c_str(),
+              fileText("/proc/sys/fs/mqueue/msg_max").c_str());
+  std::printf(
+      "  MB = 10^6 bytes, GB = 10^9 bytes; one-way time runs from the first send to the\n"
+      "  receiver holding the last message (one clock shared by both processes)\n\n");
+  std::fflush(stdout);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Plan plan;
+  if (!parseOptions(argc, argv, plan)) {
+    printUsage();
+    return 2;
+  }
+  installWatchdog();
+  printSetting(plan);
+  const std::int64_t started = nowNs();
+
+  // Queue numbers of this run only, far from the small numbers the product's processes use.
+  const int queueBase = 1000000000 + static_cast<int>(getpid() % 1000000) * 4;
+  struct Planned {
+    RowRole role;
+    std::function<std::unique_ptr<Transport>()> make;  // null: the messengers' row
+  };
+  const std::vector<Planned> planned = {
+      {RowRole::kBaseline, makeSeqpacketTransport},
+      {RowRole::kQueue, [&] { return makeCyclicQueueTransport(queueBase, false); }},
+      {RowRole::kQueue, [&] { return makeCyclicQueueTransport(queueBase + 1, true); }},
+      {RowRole::kMessengers, nullptr},
+      {RowRole::kOther, makePosixQueueTransport},
+      {RowRole::kOther, makePipeTransport},
+  };
+
+  std::vector<Row> rows;
+  for (const Planned& p : planned) {
+    Row row;
+    row.role = p.role;
+    if (p.make) {
+      std::unique_ptr<Transport> transport = p.make();
+      row.label = transport->name();
+      row.note = transport->bigMessageNote();
+      std::fprintf(stderr, "measuring %s ...\n", row.label.c_str());
+      row.figures = measureTransport(*transport, plan);
+    } else {
+      row.label = messengerRowLabel();
+      row.note = messengerRowNote();
+      std::fprintf(stderr, "measuring %s ...\n", row.label.c_str());
+      row.figures = measureMessengers(queueBase + 2, plan);
+    }
+    rows.push_back(std::move(row));
+  }
+
+  printTable(rows);
+  printGoals(rows);
+  std::printf("\nwhole run: %.1f s\n", static_cast<double>(nowNs() - started) / 1e9);
+
+  for (const Row& row : rows)
+    if (!row.figures.ok) return 1;
+  return 0;
+}

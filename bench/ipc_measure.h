@@ -1,0 +1,60 @@
+// The measurement script that every transport runs, between this process and a forked child:
+// round trips of a small message, one-way throughput of small and page-sized messages, and the
+// time to move one large message. Every received message is checked (size, sequence, and for
+// the large message every byte), so a transport that loses or damages data fails its row.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <string>
+
+#include "ipc_transport.h"
+
+namespace conflink::bench {
+
+constexpr std::size_t kSmallBytes = 64;
+constexpr std::size_t kPageBytes = 4096;
+constexpr std::size_t kBigBytes = 4u << 20;
+
+// How much of each measurement a run does. The warm-ups are run and thrown away.
+struct Plan {
+  int roundTrips = 100000;
+  int warmUpRoundTrips = 10000;
+  int smallMessages = 1000000;
+  int pageMessages = 200000;
+  int bigMessages = 20;
+  int warmUpBigMessages = 3;
+  // The child's alarm for one transport's whole script; the parent's watchdog allows a little more.
+  unsigned limitSeconds = 60;
+};
+
+constexpr double kNotMeasured = std::numeric_limits<double>::quiet_NaN();
+
+struct Throughput {
+  double messagesPerSecond = kNotMeasured;
+  double megabytesPerSecond = kNotMeasured;  // 10^6 bytes of message payload per second
+};
+
+// One row of results. A row that failed carries the reason and whichever figures it got.
+struct Figures {
+  bool ok = false;
+  std::string error;
+  double roundTripMedianUs = kNotMeasured;
+  double roundTripP99Us = kNotMeasured;
+  Throughput small;
+  Throughput page;
+  double bigGigabytesPerSecond = kNotMeasured;  // 10^9 bytes per second, median of the messages
+};
+
+// Runs the script over `transport`: this process drives, a forked child answers.
+Figures measureTransport(Transport& transport, const Plan& plan);
+
+// Nanoseconds on the monotonic clock, which every process of the machine shares: a time taken
+// by the child can be compared with one taken by the parent.
+std::int64_t nowNs();
+
+// Median and 99th percentile, in microseconds, of round-trip times in nanoseconds (reorders them).
+void summariseRoundTrips(std::int64_t* times, std::size_t count, double* medianUs, double* p99Us);
+
+}  // namespace conflink::bench

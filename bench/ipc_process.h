@@ -1,0 +1,52 @@
+// Keeping a cross-process benchmark bounded in time and clean: the peer runs in a forked child
+// under an alarm, the parent has a watchdog, and named shared-memory objects are removed however
+// the run ends (normal end, a failed transport, a timeout or an interrupt).
+#pragma once
+
+#include <sys/types.h>
+
+#include <functional>
+#include <string>
+
+namespace conflink::bench {
+
+// Remembers a shared-memory object name (as shm_open sees it) so that it is removed at the end
+// of its row, by the watchdog, and on an interrupt. At most a handful are tracked at once.
+void trackSharedObject(const std::string& name);
+// Removes every tracked object now and forgets them. Safe to call more than once.
+void removeSharedObjects();
+
+// Installs the parent's handlers: SIGALRM (the watchdog), SIGINT, SIGTERM and SIGHUP kill the
+// running child, remove the tracked objects, say why on stderr and exit with status 3. SIGCHLD is
+// caught without restarting system calls, so a parent blocked in a kernel queue whose peer died
+// wakes up with EINTR and can give up (see childEnded).
+void installWatchdog();
+// Starts the watchdog for one step of the run, named for the message it prints if it fires.
+void armWatchdog(unsigned seconds, const char* step);
+void disarmWatchdog();
+// True once a child has ended since the last fork: blocking calls that return EINTR stop then.
+bool childEnded();
+
+// A forked child that runs `body` and exits with its result. It dies by SIGALRM after
+// `limitSeconds`, and with its parent. The parent's object kills and reaps it unless wait() did.
+class ChildProcess {
+ public:
+  ChildProcess(const std::function<int()>& body, unsigned limitSeconds);
+  ~ChildProcess();
+  ChildProcess(const ChildProcess&) = delete;
+  ChildProcess& operator=(const ChildProcess&) = delete;
+
+  bool started() const { return pid_ > 0; }
+  // Waits up to `timeoutMs` for the child: its exit status, 128 + the signal that killed it, or
+  // -1 when it is still running (it is then killed and reaped).
+  int wait(int timeoutMs);
+
+ private:
+  pid_t pid_ = -1;
+  bool reaped_ = false;
+};
+
+// Describes an exit result from ChildProcess::wait for a report line.
+std::string describeChildStatus(int status);
+
+}  // namespace conflink::bench

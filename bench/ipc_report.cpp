@@ -1,0 +1,160 @@
+#include "ipc_report.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+namespace conflink::bench {
+namespace {
+
+std::string printed(const char* format, double value) {
+  char text[64];
+  std::snprintf(text, sizeof text, format, value);
+  return text;
+}
+
+std::string micros(double us) {
+  return printed(us < 100 ? "%.2f" : "%.0f", us);
+}
+std::string rate(double perSecond) {
+  if (perSecond >= 1e6) return printed("%.2fM", perSecond / 1e6);
+  if (perSecond >= 1e3) return printed("%.1fk", perSecond / 1e3);
+  return printed("%.0f", perSecond);
+}
+std::string megabytes(double mbps) {
+  return printed(mbps < 100 ? "%.1f" : "%.0f", mbps);
+}
+std::string gigabytes(double gbps) {
+  return printed("%.2f", gbps);
+}
+std::string ratio(double r) {
+  return printed(r >= 100 ? "%.0fx" : r >= 10 ? "%.1fx" : "%.2fx", r);
+}
+
+struct Column {
+  const char* title;
+  double (*value)(const Figures&);
+  std::string (*format)(double);
+};
+
+const Column kColumns[] = {
+    {"round trip p50 us", [](const Figures& f) { return f.roundTripMedianUs; }, micros},
+    {"round trip p99 us", [](const Figures& f) { return f.roundTripP99Us; }, micros},
+    {"64 B msg/s", [](const Figures& f) { return f.small.messagesPerSecond; }, rate},
+    {"64 B MB/s", [](const Figures& f) { return f.small.megabytesPerSecond; }, megabytes},
+    {"4 KiB msg/s", [](const Figures& f) { return f.page.messagesPerSecond; }, rate},
+    {"4 KiB MB/s", [](const Figures& f) { return f.page.megabytesPerSecond; }, megabytes},
+    {"4 MiB GB/s", [](const Figures& f) { return f.bigGigabytesPerSecond; }, gigabytes},
+};
+
+const Row* baselineOf(const std::vector<Row>& rows) {
+  for (const Row& row : rows)
+    if (row.role == RowRole::kBaseline && row.figures.ok) return &row;
+  return nullptr;
+}
+
+// A figure with its ratio to the baseline's: "12.34 0.81x"; "-" when it was not measured.
+std::string cell(const Column& column, const Figures& figures, const Row* baseline) {
+  const double value = column.value(figures);
+  if (std::isnan(value)) return "-";
+  std::string text = column.format(value);
+  const double base = baseline != nullptr ? column.value(baseline->figures) : kNotMeasured;
+  if (!std::isnan(base) && base > 0) text += " " + ratio(value / base);
+  return text;
+}
+
+struct Goal {
+  const char* text;
+  const Column* column;
+  const char* unit;
+  bool againstBaseline;  // the bound is a multiple of the baseline's figure, else absolute
+  double bound;
+  bool atMost;  // the figure must not exceed the bound (else: must reach it)
+};
+
+const Goal kGoals[] = {
+    {"round trip (median) at most a quarter of the unix socket's", &kColumns[0], " us", true, 0.25,
+     true},
+    {"64-byte one-way throughput at least five times the unix socket's", &kColumns[2], " msg/s",
+     true, 5.0, false},
+    {"one 4 MiB message moved at no less than 1 GB/s", &kColumns[6], " GB/s", false, 1.0, false},
+};
+
+}  // namespace
+
+void printTable(const std::vector<Row>& rows) {
+  const Row* baseline = baselineOf(rows);
+  std::vector<std::vector<std::string>> grid;
+  std::vector<std::string> header{"transport"};
+  for (const Column& column : kColumns) header.push_back(column.title);
+  header.push_back("how 4 MiB travels");
+  grid.push_back(header);
+  for (const Row& row : rows) {
+    std::vector<std::string> line{row.label + (row.figures.ok ? "" : " (FAILED)")};
+    for (const Column& column : kColumns) line.push_back(cell(column, row.figures, baseline));
+    line.push_back(row.note);
+    grid.push_back(line);
+  }
+
+  std::vector<std::size_t> widths(header.size(), 0);
+  for (const auto& line : grid)
+    for (std::size_t i = 0; i < line.size(); ++i) widths[i] = std::max(widths[i], line[i].size());
+  auto printLine = [&](const std::vector<std::string>& line) {
+    std::string text;
+    for (std::size_t i = 0; i < line.size(); ++i) {
+      const bool leftAligned = i == 0 || i + 1 == line.size();
+      const std::string pad(widths[i] - line[i].size(), ' ');
+      text += leftAligned ? line[i] + (i + 1 == line.size() ? "" : pad) : pad + line[i];
+      if (i + 1 < line.size()) text += "   ";
+    }
+    std::printf("%s\n", text.c_str());
+  };
+
+  std::printf("Each figure is followed by its ratio to the unix socket's figure.\n\n");
+  printLine(grid[0]);
+  std::size_t total = 0;
+  for (std::size_t w : widths) total += w + 3;
+  std::printf("%s\n", std::string(total - 3, '-').c_str());
+  for (std::size_t i = 1; i < grid.size(); ++i) printLine(grid[i]);
+  for (const Row& row : rows)
+    if (!row.figures.ok)
+      std::printf("\nFAILED %s: %s\n", row.label.c_str(), row.figures.error.c_str());
+}
+
+bool printGoals(const std::vector<Row>& rows) {
+  const Row* baseline = baselineOf(rows);
+  std::size_t labelWidth = 0;
+  for (const Row& row : rows) labelWidth = std::max(labelWidth, row.label.size());
+  bool allMet = true;
+  std::printf("\nGoals\n");
+  for (const Goal& goal : kGoals) {
+    std::printf("  %s\n", goal.text);
+    for (const Row& row : rows) {
+      if (row.role != RowRole::kQueue && row.role != RowRole::kMessengers) continue;
+      const double value = goal.column->value(row.figures);
+      if (std::isnan(value)) continue;
+      std::string figure = goal.column->format(value) + goal.unit;
+      double bound = goal.bound;
+      if (goal.againstBaseline) {
+        const double base =
+            baseline != nullptr ? goal.column->value(baseline->figures) : kNotMeasured;
+        if (std::isnan(base) || base <= 0) {
+          std::printf("    %-*s %s: no unix socket figure to compare with\n",
+                      static_cast<int>(labelWidth), row.label.c_str(), figure.c_str());
+          if (row.role == RowRole::kQueue) allMet = false;
+          continue;
+        }
+        figure += " = " + ratio(value / base) + " the socket's";
+        bound *= base;
+      }
+      const bool met = row.figures.ok && (goal.atMost ? value <= bound : value >= bound);
+      if (row.role == RowRole::kQueue && !met) allMet = false;
+      std::printf("    %-*s %-36s %s%s\n", static_cast<int>(labelWidth), row.label.c_str(),
+                  figure.c_str(), met ? "met" : "MISSED",
+                  row.role == RowRole::kMessengers ? " (for reference)" : "");
+    }
+  }
+  return allMet;
+}
+
+}  // namespace conflink::bench
