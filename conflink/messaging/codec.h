@@ -174,8 +174,13 @@ template <class T>
 struct Codec<T, std::enable_if_t<detail::HasFields<T>::value>> {
   template <class S>
   static void write(S& s, const T& v) {
-    Fields<T>::visit(
-        v, [&s](const char*, const auto& f) { Codec<std::decay_t<decltype(f)>>::write(s, f); });
+    // Works on a local copy of the sink so that its cursor can live in a register: stores through
+    // the cursor could otherwise alias the caller's sink and force a reload after every field.
+    S local = s;
+    Fields<T>::visit(v, [&local](const char*, const auto& f) {
+      Codec<std::decay_t<decltype(f)>>::write(local, f);
+    });
+    s = local;
   }
   static void read(Reader& r, T& v) {
     Fields<T>::visit(v, [&r](const char* name, auto& f) {

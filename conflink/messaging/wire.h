@@ -72,7 +72,11 @@ class Writer {
     bytes(s.data(), s.size());
   }
   void bytes(const void* data, size_t n) {
-    if (n != 0) std::memcpy(p_, data, n);
+    if (n <= 32) {
+      copyShort(static_cast<const char*>(data), n);
+    } else {
+      std::memcpy(p_, data, n);
+    }
     p_ += n;
   }
   char* position() const { return p_; }
@@ -82,6 +86,22 @@ class Writer {
   void put(T v) {
     std::memcpy(p_, &v, sizeof v);
     p_ += sizeof v;
+  }
+  // Most strings are short: copying them inline, as two overlapping fixed-size moves that stay
+  // within the n bytes, saves a library call per field.
+  void copyShort(const char* q, size_t n) {
+    if (n >= 16) {
+      std::memcpy(p_, q, 16);
+      std::memcpy(p_ + n - 16, q + n - 16, 16);
+    } else if (n >= 8) {
+      std::memcpy(p_, q, 8);
+      std::memcpy(p_ + n - 8, q + n - 8, 8);
+    } else if (n >= 4) {
+      std::memcpy(p_, q, 4);
+      std::memcpy(p_ + n - 4, q + n - 4, 4);
+    } else {
+      for (size_t i = 0; i < n; ++i) p_[i] = q[i];
+    }
   }
   char* p_;
 };
