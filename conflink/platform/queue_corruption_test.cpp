@@ -108,7 +108,7 @@ TEST_F(QueueCorruption, DamagedIndicesAndHeadersFailCleanlyAndRecover) {
        kQueueOk},
       {"head more than a ring ahead",
        [cap](QueueCorruption& t, std::uint32_t v) {
-         const auto& index = t.ring().index();
+         const queue::RingIndex index(kTestCapacity);
          t.seg().producer[0].head.store(index.Advance(index.Advance(v, cap), 100));
        },
        kQueueCorrupt},

@@ -71,7 +71,7 @@ void CpuRelax() {
 }
 
 void RingIfWaiting(PartyBlock& peer) {
-  std::atomic_thread_fence(std::memory_order_seq_cst);
+  FullFence();
   if (peer.waiting.load(std::memory_order_relaxed) != 0) RingAlways(peer);
 }
 
