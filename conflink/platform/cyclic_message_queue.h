@@ -76,27 +76,39 @@ std::string QueueObjectName(int queueNumber, const char* keyPath);
 class CyclicMessageQueue {
  public:
   // Opens (creating if need be) the queue and takes one of its two places. `capacity` is the size
-  // in bytes of each direction's ring. Never throws; IsConnected() tells whether it worked.
+  // in bytes of each direction's ring, within [kMinQueueCapacity, kMaxQueueCapacity], and must
+  // equal the existing queue's while anyone is attached or messages are queued. `link` is not
+  // used. Never throws; IsConnected() tells whether it worked, LastError() why not.
   CyclicMessageQueue(int queueNumber, const char* keyPath, unsigned int capacity, Link* link);
   // Leaves the queue; the peer receives kQueueEventPeerDisconnected.
   virtual ~CyclicMessageQueue();
 
-  // Slot 2: sends `*type` and the whole `*buffer` as one message. kQueueOk or a failure code.
+  // Slot 2: sends `*type` and the whole `*buffer` as one message. kQueueOk when it is in the ring
+  // (a message that fits is queued even while the peer is absent). Otherwise, with nothing of it
+  // delivered: kQueueNotConnected, kQueueTooLarge, kQueuePeerAbsentFull (no room for all of it
+  // and no peer), kQueuePeerDeparted (the peer left or was replaced while we waited for room),
+  // kQueuePeerStalled (the peer took nothing for kQueueStallMs), kQueueCorrupt (the ring's
+  // indices are inconsistent), kQueueNoMemory, kQueueBadArgument (null pointer, or a queue
+  // event's type). While waiting for room it keeps taking what the peer sends.
   virtual int Send(const int* type, std::string* buffer);
-  // Slot 3: waits until a message or queue event arrives and fills type and buffer.
-  // kQueueOk when something was received, non-positive on failure.
+  // Slot 3: waits until a message or queue event arrives and fills type and buffer (an event has
+  // an empty buffer). kQueueOk when something was received; otherwise kQueueNotConnected,
+  // kQueueCorrupt (a damaged message was dropped; the next call goes on), kQueueNoMemory or
+  // kQueueBadArgument, and type and buffer are left as they were.
   virtual int Receive(int* type, std::string* buffer);
   // Slot 4: as Receive, but returns kQueueEmpty at once when nothing is waiting.
   virtual int PeekMessage(int* type, std::string* buffer);
-  // Slot 5: as Receive, but gives up with kQueueEmpty after `timeoutMs` milliseconds.
+  // Slot 5: as Receive, but gives up with kQueueEmpty after `timeoutMs` milliseconds (0 or less:
+  // does not wait).
   virtual int ReceiveFor(int* type, std::string* buffer, int timeoutMs);
-  // Slot 6: bytes of messages received but not yet taken (in the inbound ring or held locally).
+  // Slot 6: bytes of messages received but not yet taken: held locally, partly reassembled, or
+  // still in the inbound ring (there counted with their record headers).
   virtual unsigned int PendingBytes();
   // Slot 7: free bytes in the outbound ring right now.
   virtual unsigned int FreeBytes();
   // Slot 8: a text describing the most recent failure of this object ("" when none).
   virtual const char* LastError();
-  // Slot 9: non-zero while the other party is attached.
+  // Slot 9: non-zero while the other party is attached (asks the kernel for its lock).
   virtual int IsPartyOnline();
   // Slot 10: the queue number given to the constructor.
   virtual int QueueNumber();
