@@ -142,7 +142,7 @@ class Reader {
     const char* at = p_;
     uint32_t n = u32();
     if (ok() && minElementBytes != 0 && n > remaining() / minElementBytes) {
-      fail(at, "list count", static_cast<size_t>(n) * minElementBytes);
+      fail(at, "list count", static_cast<uint64_t>(n) * minElementBytes);
       return 0;
     }
     return n;
@@ -186,7 +186,8 @@ class Reader {
     if (q != nullptr) std::memcpy(&v, q, sizeof v);
     return v;
   }
-  void fail(const char* at, const char* what, size_t wanted) {
+  // `wanted` is 64-bit: a claimed count times the element size overflows a 32-bit size_t.
+  void fail(const char* at, const char* what, uint64_t wanted) {
     if (!ok()) return;
     what_ = what;
     failOffset_ = static_cast<size_t>(at - begin_);
@@ -202,7 +203,7 @@ class Reader {
   const char* record_ = nullptr;
   const char* field_ = nullptr;
   size_t failOffset_ = 0;
-  size_t wanted_ = 0;
+  uint64_t wanted_ = 0;
   size_t left_ = 0;
 };
 
