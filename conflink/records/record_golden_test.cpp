@@ -167,6 +167,16 @@ TEST(recordsGolden, EncodesExactBytes) {
   }
 }
 
+TEST(recordsGolden, StringsOfEveryShortLengthTravelExactly) {
+  // Covers each size class of the writer's string copy and the boundaries between them.
+  std::string text;
+  for (size_t n = 0; n <= 70; ++n) {
+    SCOPED_TRACE(n);
+    EXPECT_EQ(encode(ConfIDString{text}), Bytes().u32(static_cast<uint32_t>(n)).raw(text));
+    text += static_cast<char>('A' + n % 26 + (n / 26) * 0x20);
+  }
+}
+
 TEST(recordsGolden, ReservationImageFieldsComeFromTheirOffsets) {
   // Padding bytes full of noise, and bytes 10-13 distinct from 12-15, so reading value1 at the
   // wrong place, or looking at the padding, changes the result.
