@@ -1,7 +1,7 @@
 // ipc_bench: the shared-memory queue against the kernel's own transports, between two processes
 // of this machine, and the messengers' own path over the queue.
 //
-//   ipc_bench [--quick] [--round-trips N]
+//   ipc_bench [--quick] [--round-trips N] [--only TEXT]
 //
 // Prints one table (round-trip median and 99th percentile of a 64-byte message, one-way
 // throughput of 64-byte and 4 KiB messages, the rate at which one 4 MiB message moves), each
@@ -30,9 +30,11 @@ namespace {
 
 void printUsage() {
   std::fprintf(stderr,
-               "usage: ipc_bench [--quick] [--round-trips N]\n"
+               "usage: ipc_bench [--quick] [--round-trips N] [--only TEXT]\n"
                "  --quick           fewer iterations, for a smoke run\n"
-               "  --round-trips N   measured round trips per transport (default 100000)\n");
+               "  --round-trips N   measured round trips per transport (default 100000)\n"
+               "  --only TEXT       only the rows whose label contains TEXT (and the unix\n"
+               "                    socket, the yardstick); may be given more than once\n");
 }
 
 // Fewer of everything: a whole run in a few seconds, figures rougher.
@@ -47,7 +49,20 @@ Plan quickPlan() {
   return plan;
 }
 
-bool parseOptions(int argc, char** argv, Plan& plan) {
+struct Options {
+  Plan plan;
+  std::vector<std::string> only;  // label fragments; empty: every row
+
+  bool wanted(const std::string& label) const {
+    if (only.empty()) return true;
+    for (const std::string& fragment : only)
+      if (label.find(fragment) != std::string::npos) return true;
+    return false;
+  }
+};
+
+bool parseOptions(int argc, char** argv, Options& options) {
+  Plan& plan = options.plan;
   bool quick = false;
   long roundTrips = -1;
   for (int i = 1; i < argc; ++i) {
@@ -58,6 +73,8 @@ bool parseOptions(int argc, char** argv, Plan& plan) {
       char* end = nullptr;
       roundTrips = std::strtol(argv[++i], &end, 10);
       if (*end != '\0' || roundTrips < 1 || roundTrips > 10000000) return false;
+    } else if (option == "--only" && i + 1 < argc) {
+      options.only.push_back(argv[++i]);
     } else {
       return false;
     }
@@ -98,6 +115,8 @@ void printSetting(const Plan& plan) {
   std::printf("ipc_bench: two processes (fork), nothing pinned\n");
   std::printf("  machine      %ld CPUs online, %s, Linux %s\n", sysconf(_SC_NPROCESSORS_ONLN),
               firstLineWith("/proc/cpuinfo", "model name").c_str(), system.release);
+  std::printf("  load average %s (other work on the machine moves the figures)\n",
+              fileText("/proc/loadavg").c_str());
   std::printf("  round trips  %d of 64 bytes after %d warm-up; median and 99th percentile\n",
               plan.roundTrips, plan.warmUpRoundTrips);
   std::printf(
@@ -119,11 +138,12 @@ void printSetting(const Plan& plan) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  Plan plan;
-  if (!parseOptions(argc, argv, plan)) {
+  Options options;
+  if (!parseOptions(argc, argv, options)) {
     printUsage();
     return 2;
   }
+  const Plan& plan = options.plan;
   installWatchdog();
   printSetting(plan);
   const std::int64_t started = nowNs();
@@ -147,18 +167,13 @@ int main(int argc, char** argv) {
   for (const Planned& p : planned) {
     Row row;
     row.role = p.role;
-    if (p.make) {
-      std::unique_ptr<Transport> transport = p.make();
-      row.label = transport->name();
-      row.note = transport->bigMessageNote();
-      std::fprintf(stderr, "measuring %s ...\n", row.label.c_str());
-      row.figures = measureTransport(*transport, plan);
-    } else {
-      row.label = messengerRowLabel();
-      row.note = messengerRowNote();
-      std::fprintf(stderr, "measuring %s ...\n", row.label.c_str());
-      row.figures = measureMessengers(queueBase + 2, plan);
-    }
+    std::unique_ptr<Transport> transport = p.make ? p.make() : nullptr;
+    row.label = transport ? transport->name() : messengerRowLabel();
+    row.note = transport ? transport->bigMessageNote() : messengerRowNote();
+    if (p.role != RowRole::kBaseline && !options.wanted(row.label)) continue;
+    std::fprintf(stderr, "measuring %s ...\n", row.label.c_str());
+    row.figures =
+        transport ? measureTransport(*transport, plan) : measureMessengers(queueBase + 2, plan);
     rows.push_back(std::move(row));
   }
 

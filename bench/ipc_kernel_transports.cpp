@@ -5,6 +5,7 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -246,6 +247,26 @@ long readSystemLimit(const char* path, long fallback) {
   return file >> value && value > 0 ? value : fallback;
 }
 
+// A message queue does not tell one end that the other has gone, so every wait is cut into
+// slices, and after each slice the parent asks whether its child is still running.
+constexpr long kPosixQueueWaitSliceNs = 200 * 1000000L;
+
+timespec sliceDeadline() {
+  timespec at{};
+  clock_gettime(CLOCK_REALTIME, &at);
+  at.tv_nsec += kPosixQueueWaitSliceNs;
+  if (at.tv_nsec >= 1000000000L) {
+    at.tv_nsec -= 1000000000L;
+    ++at.tv_sec;
+  }
+  return at;
+}
+
+// Retried after an interrupting signal or a slice that ran out, unless the peer is gone.
+bool retryPosixQueue(long result) {
+  return result < 0 && (errno == EINTR || errno == ETIMEDOUT) && !childEnded();
+}
+
 class PosixQueueEndpoint : public Endpoint {
  public:
   PosixQueueEndpoint(mqd_t in, mqd_t out, std::size_t messageBytes)
@@ -257,14 +278,18 @@ class PosixQueueEndpoint : public Endpoint {
 
   bool send(const char* data, std::size_t size) override {
     int r;
-    do r = mq_send(out_, data, size, 0);
-    while (retryAfter(r));
-    return r == 0 || failErrno("mq_send");
+    do {
+      const timespec deadline = sliceDeadline();
+      r = mq_timedsend(out_, data, size, 0, &deadline);
+    } while (retryPosixQueue(r));
+    return r == 0 || failErrno(childEnded() ? "mq_send (the peer ended)" : "mq_send");
   }
   bool receive(std::string_view* message) override {
     ssize_t n;
-    do n = mq_receive(in_, incoming_.data(), incoming_.size(), nullptr);
-    while (retryAfter(n));
+    do {
+      const timespec deadline = sliceDeadline();
+      n = mq_timedreceive(in_, incoming_.data(), incoming_.size(), nullptr, &deadline);
+    } while (retryPosixQueue(n));
     if (n < 0) return failErrno(childEnded() ? "mq_receive (the peer ended)" : "mq_receive");
     *message = std::string_view(incoming_.data(), static_cast<std::size_t>(n));
     return true;

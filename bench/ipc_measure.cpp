@@ -252,8 +252,11 @@ bool answerOneWay(Endpoint& end, std::size_t chunk, std::size_t size, std::uint6
   if (inChunks && assembly.size() < size) assembly.resize(size);
   Confirmation confirmed{};
   std::string problem;
-  auto note = [&](std::string text) {
-    if (problem.empty()) problem = "message " + std::to_string(confirmed.messages) + ": " + text;
+  auto note = [&](const std::string& text) {
+    if (problem.empty()) problem = text;
+  };
+  auto noteMessage = [&](const std::string& text) {
+    note("message " + std::to_string(confirmed.messages) + ": " + text);
   };
   std::size_t partial = 0;
   std::string_view piece;
@@ -265,7 +268,8 @@ bool answerOneWay(Endpoint& end, std::size_t chunk, std::size_t size, std::uint6
     if (isEndMarker(piece)) break;
     const std::size_t want = inChunks ? std::min(chunk, size - partial) : size;
     if (piece.size() != want) {
-      note(std::to_string(piece.size()) + " bytes where " + std::to_string(want) + " were due");
+      noteMessage(std::to_string(piece.size()) + " bytes where " + std::to_string(want) +
+                  " were due");
       partial = 0;
       continue;
     }
@@ -277,19 +281,23 @@ bool answerOneWay(Endpoint& end, std::size_t chunk, std::size_t size, std::uint6
       partial = 0;
       whole = std::string_view(assembly.data(), size);
     }
-    const std::uint64_t due = stampFor(series, confirmed.messages);
-    if (stampOf(whole) != due) note("stamped " + std::to_string(stampOf(whole)));
+    const std::uint64_t stamped = stampOf(whole);
+    if (stamped != stampFor(series, confirmed.messages)) {
+      noteMessage("stamped as message " + std::to_string(stamped & 0xffffffffu) + " of run " +
+                  std::to_string(stamped >> 32) + " (this is run " + std::to_string(series) + ")");
+    }
+    confirmed.lastArrivalNs = nowNs();  // the content check below is not part of the time
+    if (checkContent && std::memcmp(whole.data() + 8, body.data() + 8, size - 8) != 0)
+      noteMessage("content differs from what was sent");
     ++confirmed.messages;
     confirmed.bytes += size;
-    confirmed.lastArrivalNs = nowNs();
-    if (checkContent && std::memcmp(whole.data() + 8, body.data() + 8, size - 8) != 0)
-      note("content differs from what was sent");
   }
   std::uint64_t announced = 0;
   std::memcpy(&announced, piece.data() + 8, sizeof announced);
-  if (partial != 0) note("ended after a partial message");
+  if (partial != 0) note("the run ended inside a message");
   if (announced != confirmed.messages)
-    note(std::to_string(announced) + " sent, " + std::to_string(confirmed.messages) + " whole");
+    note(std::to_string(announced) + " messages sent, " + std::to_string(confirmed.messages) +
+         " arrived whole");
   confirmed.ok = problem.empty() ? 1 : 0;
   std::string reply(reinterpret_cast<const char*>(&confirmed), sizeof confirmed);
   reply += problem;

@@ -85,6 +85,7 @@ void removeSharedObjects() {
 void installWatchdog() {
   for (int s : {SIGALRM, SIGINT, SIGTERM, SIGHUP}) setHandler(s, onFatalSignal, 0);
   setHandler(SIGCHLD, onChildEnded, SA_NOCLDSTOP);  // no SA_RESTART: blocked calls see EINTR
+  setHandler(SIGPIPE, SIG_IGN, 0);  // a write to a dead peer fails with EPIPE instead of killing us
 }
 
 void armWatchdog(unsigned seconds, const char* step) {

@@ -19,7 +19,7 @@ void removeSharedObjects();
 // Installs the parent's handlers: SIGALRM (the watchdog), SIGINT, SIGTERM and SIGHUP kill the
 // running child, remove the tracked objects, say why on stderr and exit with status 3. SIGCHLD is
 // caught without restarting system calls, so a parent blocked in a kernel queue whose peer died
-// wakes up with EINTR and can give up (see childEnded).
+// wakes up with EINTR and can give up (see childEnded). SIGPIPE is ignored.
 void installWatchdog();
 // Starts the watchdog for one step of the run, named for the message it prints if it fires.
 void armWatchdog(unsigned seconds, const char* step);
