@@ -3,7 +3,8 @@
 include(CMakePackageConfigHelpers)
 
 install(DIRECTORY conflink/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/conflink
-        FILES_MATCHING PATTERN "*.h" PATTERN "testing" EXCLUDE PATTERN "*test*" EXCLUDE)
+        FILES_MATCHING PATTERN "*.h" PATTERN "testing" EXCLUDE PATTERN "*test*" EXCLUDE
+        PATTERN "queue_*.h" EXCLUDE)
 install(TARGETS conflink conflink_platform EXPORT conflinkTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
