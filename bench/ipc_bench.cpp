@@ -10,11 +10,13 @@
 #include <sys/utsname.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -28,8 +30,8 @@ using namespace conflink::bench;
 
 namespace {
 
-void printUsage() {
-  std::fprintf(stderr,
+void printUsage(std::FILE* to) {
+  std::fprintf(to,
                "usage: ipc_bench [--quick] [--round-trips N] [--only TEXT]\n"
                "  --quick           fewer iterations, for a smoke run\n"
                "  --round-trips N   measured round trips per transport (default 100000)\n"
@@ -61,13 +63,17 @@ struct Options {
   }
 };
 
+// False on an option it does not know; --help prints the usage and ends the program.
 bool parseOptions(int argc, char** argv, Options& options) {
   Plan& plan = options.plan;
   bool quick = false;
   long roundTrips = -1;
   for (int i = 1; i < argc; ++i) {
     const std::string option = argv[i];
-    if (option == "--quick") {
+    if (option == "--help" || option == "-h") {
+      printUsage(stdout);
+      std::exit(0);
+    } else if (option == "--quick") {
       quick = true;
     } else if (option == "--round-trips" && i + 1 < argc) {
       char* end = nullptr;
@@ -140,7 +146,7 @@ void printSetting(const Plan& plan) {
 int main(int argc, char** argv) {
   Options options;
   if (!parseOptions(argc, argv, options)) {
-    printUsage();
+    printUsage(stderr);
     return 2;
   }
   const Plan& plan = options.plan;
@@ -179,7 +185,8 @@ int main(int argc, char** argv) {
 
   printTable(rows);
   printGoals(rows);
-  std::printf("\nwhole run: %.1f s\n", static_cast<double>(nowNs() - started) / 1e9);
+  std::printf("\nwhole run: %.1f s; load average now %s\n",
+              static_cast<double>(nowNs() - started) / 1e9, fileText("/proc/loadavg").c_str());
 
   for (const Row& row : rows)
     if (!row.figures.ok) return 1;
