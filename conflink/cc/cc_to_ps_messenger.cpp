@@ -77,11 +77,7 @@ int CCToPSMessenger::WaitForMessageAndDispatch() {
 }
 
 bool CCToPSMessenger::ProcessMessageFromQueue(int maxCount) {
-  bool took = false;
-  int type = 0;
-  for (int i = 0; i < maxCount && queue() != nullptr; ++i) {
-    if (queue()->PeekMessage(&type, &received_) <= 0) break;
-    took = true;
+  return conflink::takeWaiting(queue(), received_, maxCount, [this](int type) {
     if (type == conflink::kQueueEventPeerConnected) {
       PeerConnected();
     } else if (type == conflink::kQueueEventPeerDisconnected) {
@@ -89,8 +85,7 @@ bool CCToPSMessenger::ProcessMessageFromQueue(int maxCount) {
     } else {
       DispatchMessage(&type, received_.c_str(), static_cast<int>(received_.size()));
     }
-  }
-  return took;
+  });
 }
 
 int CCToPSMessenger::SendMessage(const int* type, std::string* buffer) {

@@ -59,14 +59,10 @@ int CGIToPSMessenger::WaitForMessageAndDispatch() {
 }
 
 bool CGIToPSMessenger::ProcessMessageFromQueue(int maxCount) {
-  bool took = false;
-  int type = 0;
-  for (int i = 0; i < maxCount && queue() != nullptr; ++i) {
-    if (queue()->PeekMessage(&type, &received_) <= 0) break;
-    took = true;
+  // Queue events included: every type goes to DispatchMessage, which does not know them.
+  return conflink::takeWaiting(queue(), received_, maxCount, [this](int type) {
     DispatchMessage(&type, received_.c_str(), static_cast<int>(received_.size()));
-  }
-  return took;
+  });
 }
 
 int CGIToPSMessenger::SendMessage(const int* type, std::string* buffer) {

@@ -5,8 +5,7 @@
 
 #include <conflink/messaging/codec.h>
 #include <conflink/messaging/types.h>
-
-class CyclicMessageQueue;
+#include <conflink/platform/cyclic_message_queue.h>
 
 namespace conflink {
 
@@ -29,5 +28,19 @@ void reportError(const char* text);
 
 // Writes `text` to the system log at priority 6 only.
 void logInfo(const char* text);
+
+// The loop of ProcessMessageFromQueue: takes up to `maxCount` waiting messages without blocking,
+// each into `buffer`, and hands its type to `take`. True when at least one was taken.
+template <class Take>
+bool takeWaiting(CyclicMessageQueue* queue, std::string& buffer, int maxCount, Take take) {
+  bool took = false;
+  int type = 0;
+  for (int i = 0; i < maxCount && queue != nullptr; ++i) {
+    if (queue->PeekMessage(&type, &buffer) <= 0) break;
+    took = true;
+    take(type);
+  }
+  return took;
+}
 
 }  // namespace conflink
