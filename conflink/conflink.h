@@ -8,3 +8,4 @@
 #include <conflink/messaging/soho_messenger.h>
 #include <conflink/messaging/types.h>
 #include <conflink/platform/platform.h>
+#include <conflink/records/records.h>
