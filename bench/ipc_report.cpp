@@ -27,8 +27,9 @@ std::string megabytes(double mbps) {
 std::string gigabytes(double gbps) {
   return printed("%.2f", gbps);
 }
+// Two or three significant digits, so that a small ratio does not round to nothing.
 std::string ratio(double r) {
-  return printed(r >= 100 ? "%.0fx" : r >= 10 ? "%.1fx" : "%.2fx", r);
+  return printed(r >= 100 ? "%.0fx" : r >= 10 ? "%.1fx" : r >= 0.1 ? "%.2fx" : "%.3fx", r);
 }
 
 struct Column {
