@@ -17,6 +17,7 @@
 #include "ipc_measure.h"
 #include "ipc_messenger_row.h"
 #include "ipc_process.h"
+#include "ipc_report.h"
 #include "ipc_transport.h"
 
 namespace conflink::bench {
@@ -254,6 +255,57 @@ TEST(RoundTripSummary, NinetyNinthPercentileIsTheTimeThatNinetyNinePercentStayWi
     EXPECT_EQ(median, c.median) << c.fast << " fast, " << c.slow << " slow";
     EXPECT_EQ(p99, c.p99) << c.fast << " fast, " << c.slow << " slow";
   }
+}
+
+Figures measured(double roundTripUs, double smallPerSecond, double bigGbps) {
+  Figures f;
+  f.ok = true;
+  f.roundTripMedianUs = roundTripUs;
+  f.small.messagesPerSecond = smallPerSecond;
+  f.bigGigabytesPerSecond = bigGbps;
+  return f;
+}
+
+TEST(Goals, AreJudgedAtTheirBoundsAgainstTheUnixSocket) {
+  const Figures socket = measured(40, 1e6, 5);
+  struct Case {
+    const char* what;
+    Figures queue;
+    bool roundTripMet, throughputMet, bigMet;
+  };
+  Figures failed = measured(1, 1e7, 10);
+  failed.ok = false;
+  const Case cases[] = {
+      {"exactly at every bound", measured(10, 5e6, 1), true, true, true},
+      {"just past every bound", measured(10.01, 4.99e6, 0.99), false, false, false},
+      {"far better", measured(0.5, 2e7, 8), true, true, true},
+      {"failed row, whatever its figures", failed, false, false, false},
+      {"nothing measured", Figures{}, false, false, false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    const std::vector<Row> rows = {{"socket", "", RowRole::kBaseline, socket},
+                                   {"queue", "", RowRole::kQueue, c.queue}};
+    const std::vector<Verdict> verdicts = judgeGoals(rows);
+    ASSERT_EQ(verdicts.size(), 3u);
+    EXPECT_EQ(verdicts[0].met, c.roundTripMet);
+    EXPECT_EQ(verdicts[1].met, c.throughputMet);
+    EXPECT_EQ(verdicts[2].met, c.bigMet);
+  }
+}
+
+TEST(Goals, RelativeGoalsAreMissedWithoutASocketFigureAndMessengersSkipTheLargeMessage) {
+  Figures socket = measured(40, 1e6, 5);
+  socket.ok = false;  // the yardstick itself failed
+  Figures messengers = measured(1, 1e7, kNotMeasured);
+  const std::vector<Row> rows = {{"socket", "", RowRole::kBaseline, socket},
+                                 {"queue", "", RowRole::kQueue, measured(1, 1e7, 2)},
+                                 {"messengers", "", RowRole::kMessengers, messengers}};
+  std::vector<std::string> judged;
+  for (const Verdict& v : judgeGoals(rows))
+    judged.push_back(v.row->label + (v.met ? " met" : " missed"));
+  EXPECT_EQ(judged, (std::vector<std::string>{"queue missed", "messengers missed", "queue missed",
+                                              "messengers missed", "queue met"}));
 }
 
 }  // namespace

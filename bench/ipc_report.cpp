@@ -122,38 +122,48 @@ void printTable(const std::vector<Row>& rows) {
       std::printf("\nFAILED %s: %s\n", row.label.c_str(), row.figures.error.c_str());
 }
 
-bool printGoals(const std::vector<Row>& rows) {
+std::vector<Verdict> judgeGoals(const std::vector<Row>& rows) {
   const Row* baseline = baselineOf(rows);
-  std::size_t labelWidth = 0;
-  for (const Row& row : rows) labelWidth = std::max(labelWidth, row.label.size());
-  bool allMet = true;
-  std::printf("\nGoals\n");
+  std::vector<Verdict> verdicts;
   for (const Goal& goal : kGoals) {
-    std::printf("  %s\n", goal.text);
     for (const Row& row : rows) {
       if (row.role != RowRole::kQueue && row.role != RowRole::kMessengers) continue;
-      const double value = goal.column->value(row.figures);
-      if (std::isnan(value)) continue;
-      std::string figure = goal.column->format(value) + goal.unit;
+      Verdict v{goal.text, &row, goal.column->value(row.figures), kNotMeasured, false};
+      // The messengers carry no large message: that goal is not theirs. A queue row without a
+      // figure (it failed) misses every goal.
+      if (std::isnan(v.value) && row.role == RowRole::kMessengers) continue;
       double bound = goal.bound;
       if (goal.againstBaseline) {
         const double base =
             baseline != nullptr ? goal.column->value(baseline->figures) : kNotMeasured;
-        if (std::isnan(base) || base <= 0) {
-          std::printf("    %-*s %s: no unix socket figure to compare with\n",
-                      static_cast<int>(labelWidth), row.label.c_str(), figure.c_str());
-          if (row.role == RowRole::kQueue) allMet = false;
-          continue;
-        }
-        figure += " = " + ratio(value / base) + " the socket's";
-        bound *= base;
+        if (!std::isnan(base) && base > 0) v.ratio = v.value / base;
+        bound *= base;  // NaN without a baseline: nothing compares as met
       }
-      const bool met = row.figures.ok && (goal.atMost ? value <= bound : value >= bound);
-      if (row.role == RowRole::kQueue && !met) allMet = false;
-      std::printf("    %-*s %-36s %s%s\n", static_cast<int>(labelWidth), row.label.c_str(),
-                  figure.c_str(), met ? "met" : "MISSED",
-                  row.role == RowRole::kMessengers ? " (for reference)" : "");
+      v.met = row.figures.ok && (goal.atMost ? v.value <= bound : v.value >= bound);
+      verdicts.push_back(v);
     }
+  }
+  return verdicts;
+}
+
+bool printGoals(const std::vector<Row>& rows) {
+  std::size_t labelWidth = 0;
+  for (const Row& row : rows) labelWidth = std::max(labelWidth, row.label.size());
+  bool allMet = true;
+  const char* goal = nullptr;
+  std::printf("\nGoals\n");
+  for (const Verdict& v : judgeGoals(rows)) {
+    if (v.goal != goal) std::printf("  %s\n", goal = v.goal);
+    const Goal& g = *std::find_if(std::begin(kGoals), std::end(kGoals),
+                                  [&](const Goal& each) { return each.text == v.goal; });
+    std::string figure = std::isnan(v.value) ? "not measured" : g.column->format(v.value) + g.unit;
+    if (!std::isnan(v.ratio)) figure += " = " + ratio(v.ratio) + " the socket's";
+    if (g.againstBaseline && std::isnan(v.ratio) && !std::isnan(v.value))
+      figure += ", no unix socket figure to compare with";
+    const bool counts = v.row->role == RowRole::kQueue;
+    if (counts && !v.met) allMet = false;
+    std::printf("    %-*s %-36s %s%s\n", static_cast<int>(labelWidth), v.row->label.c_str(),
+                figure.c_str(), v.met ? "met" : "MISSED", counts ? "" : " (for reference)");
   }
   return allMet;
 }

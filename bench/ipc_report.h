@@ -23,7 +23,19 @@ struct Row {
   Figures figures;
 };
 
+// One goal judged for one row.
+struct Verdict {
+  const char* goal;  // the goal as printed
+  const Row* row;
+  double value;  // the row's figure; kNotMeasured when it has none
+  double ratio;  // to the unix socket's figure, for goals set against it; else kNotMeasured
+  bool met;
+};
+
 void printTable(const std::vector<Row>& rows);
+// Every goal for every queue row and, where the goal applies to them, the messengers. A row that
+// failed, or a relative goal without a unix socket figure, is never met.
+std::vector<Verdict> judgeGoals(const std::vector<Row>& rows);
 // Prints each goal for each queue row (and the messengers, for reference); true when every goal
 // of the queue rows is met.
 bool printGoals(const std::vector<Row>& rows);
