@@ -1,7 +1,8 @@
 // A conference server (PS) and a call-control process (CC) talking through a real queue.
 //
-// The program forks: the child plays CC, connects and asks the server to initialise itself; the
-// parent plays PS, learns of the peer's arrival, handles the request and sees the peer leave.
+// The program forks: the child plays CC, connects, waits for the server and asks it to initialise
+// itself; the parent plays PS, learns of the peer's arrival, handles the request and sees the peer
+// leave.
 // Everything is bounded in time, and the queue object is gone when both have left.
 #include <signal.h>
 #include <sys/wait.h>
@@ -37,16 +38,30 @@ class DemoServer : public CCToPSMessenger {
   }
 };
 
+// The CC end: waits until the server is attached, so the request is not left queued for a server
+// that has not started yet, then asks it to initialise.
+class DemoCallControl : public CCToPSMessenger {
+ public:
+  using CCToPSMessenger::CCToPSMessenger;
+  bool serverAttached = false;
+  void PSPeerConnected() override { serverAttached = true; }
+};
+
 int runCallControl(int queueNumber) {
   alarm(10);
-  CCToPSMessenger cc(queueNumber);
+  DemoCallControl cc(queueNumber);
   if (!cc.Connect(kConnectTries, kConnectPauseMs)) {
     std::fprintf(stderr, "CC: could not connect to queue %d\n", queueNumber);
     return 1;
   }
   std::printf("CC: connected to queue %d\n", queueNumber);
+  while (!cc.serverAttached) {
+    if (!cc.ProcessMessageFromQueue(16)) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  std::printf("CC: server attached\n");
   const int sent = cc.InitiateConferenceServer();
   std::printf("CC: InitiateConferenceServer sent (%s)\n", conflink::QueueResultText(sent));
+  std::fflush(stdout);
   return sent > 0 ? 0 : 1;
 }
 
