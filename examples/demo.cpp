@@ -68,6 +68,8 @@ int runCallControl(int queueNumber) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // Line by line, so that the two processes' lines appear in the order they happened.
+  std::setvbuf(stdout, nullptr, _IOLBF, 0);
   const int queueNumber = argc > 1 ? std::atoi(argv[1]) : 40000 + getpid() % 20000;
   std::fflush(stdout);
   const pid_t child = fork();
