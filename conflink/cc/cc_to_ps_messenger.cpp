@@ -4,10 +4,14 @@
 #include <conflink/messaging/dispatch.h>
 #include <conflink/messaging/messenger_support.h>
 #include <conflink/messaging/shared_catalogue.h>
+#include <conflink/messaging/shared_control_impl.h>
+#include <conflink/messaging/shared_dispatch.h>
 #include <conflink/platform/cyclic_message_queue.h>
 
 using conflink::send;
 namespace msg = conflink::msg;
+
+template class SharedControl<CCToPSMessenger>;
 
 namespace {
 
@@ -22,17 +26,17 @@ constexpr conflink::dispatch::Entry<M> drop(int type, const char* name) {
 
 // Everything either end of the link receives: a messenger serves both ends, so one table holds
 // both directions, and no number may serve two messages.
-constexpr auto kCases = conflink::dispatch::table<M, msg::kCcLinkLastType + 1>({
-    // Call control to the server.
-    on<&PsToCcInterface::OnInitiateConferenceServer>(msg::cc_to_ps::kInitiateConferenceServer,
-                                                     "InitiateConferenceServer"),
-    // The server to call control.
-    drop(msg::ps_to_cc::kPauseConference, "PauseConference"),
-    drop(msg::ps_to_cc::kResumeConference, "ResumeConference"),
-    drop(msg::ps_to_cc::kModifyParticipantMedia, "ModifyParticipantMedia"),
-    // The server's shared replies.
-    drop(msg::ps_to_both::kModeratorApprovalNeeded, "ModeratorApprovalNeeded"),
-});
+constexpr auto kCases = conflink::dispatch::table<M, msg::kCcLinkLastType + 1>(
+    {
+        // Call control to the server.
+        on<&PsToCcInterface::OnInitiateConferenceServer>(msg::cc_to_ps::kInitiateConferenceServer,
+                                                         "InitiateConferenceServer"),
+        // The server to call control.
+        drop(msg::ps_to_cc::kPauseConference, "PauseConference"),
+        drop(msg::ps_to_cc::kResumeConference, "ResumeConference"),
+        drop(msg::ps_to_cc::kModifyParticipantMedia, "ModifyParticipantMedia"),
+    },
+    conflink::dispatch::sharedEntries<M>());
 
 }  // namespace
 

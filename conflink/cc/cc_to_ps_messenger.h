@@ -6,11 +6,11 @@
 #include <string>
 
 #include <conflink/messaging/role_interfaces.h>
+#include <conflink/messaging/shared_control.h>
 #include <conflink/messaging/soho_messenger.h>
 
 class CCToPSMessenger : public SohoMessenger,
-                        public BothToPsInterface,
-                        public PsToBothInterface,
+                        public SharedControl<CCToPSMessenger>,  // BothToPsInterface, PsToBothInterface
                         public CcToPsInterface,
                         public PsToCcInterface {
  public:

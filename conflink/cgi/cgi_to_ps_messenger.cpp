@@ -4,10 +4,14 @@
 #include <conflink/messaging/dispatch.h>
 #include <conflink/messaging/messenger_support.h>
 #include <conflink/messaging/shared_catalogue.h>
+#include <conflink/messaging/shared_control_impl.h>
+#include <conflink/messaging/shared_dispatch.h>
 #include <conflink/platform/cyclic_message_queue.h>
 #include <conflink/platform/thread.h>
 
 namespace msg = conflink::msg;
+
+template class SharedControl<CGIToPSMessenger>;
 
 namespace {
 
@@ -17,10 +21,11 @@ constexpr conflink::dispatch::Entry<M> drop(int type, const char* name) {
 }
 
 // Everything either end of the link receives (types below kCgiLinkFirstType have no case).
-constexpr auto kCases = conflink::dispatch::table<M, msg::kCgiLinkLastType + 1>({
-    drop(msg::cgi_to_ps::kUnused11, "(unused 11)"),
-    drop(msg::ps_to_both::kModeratorApprovalNeeded, "ModeratorApprovalNeeded"),
-});
+constexpr auto kCases = conflink::dispatch::table<M, msg::kCgiLinkLastType + 1>(
+    {
+        drop(msg::cgi_to_ps::kUnused11, "(unused 11)"),
+    },
+    conflink::dispatch::sharedEntries<M>());
 
 // The receive poll: tries, and the pause after each failed try.
 constexpr int kPollTries = 20;

@@ -89,17 +89,25 @@ constexpr Entry<M> drop(int type, const char* name) {
   return {type, {name, nullptr}};
 }
 
-// The dense table indexed by type, from a list of entries. Compilation stops at the `throw` when
-// an entry lies outside the table or two entries share a type.
-template <class M, size_t N>
-constexpr std::array<Case<M>, N> table(std::initializer_list<Entry<M>> entries) {
+// The dense table indexed by type, from the link's own entries and the entries both links share.
+// Compilation stops at the `throw` when an entry lies outside the table or two entries share a
+// type.
+template <class M, size_t N, size_t K>
+constexpr std::array<Case<M>, N> table(std::initializer_list<Entry<M>> own,
+                                       const std::array<Entry<M>, K>& shared) {
   std::array<Case<M>, N> t{};
-  for (const Entry<M>& e : entries) {
+  auto place = [&t](const Entry<M>& e) {
     if (e.type < 0 || static_cast<size_t>(e.type) >= N) throw "message type outside the table";
     if (t[static_cast<size_t>(e.type)].name != nullptr) throw "two messages share a type number";
     t[static_cast<size_t>(e.type)] = e.c;
-  }
+  };
+  for (const Entry<M>& e : own) place(e);
+  for (const Entry<M>& e : shared) place(e);
   return t;
+}
+template <class M, size_t N>
+constexpr std::array<Case<M>, N> table(std::initializer_list<Entry<M>> own) {
+  return table<M, N>(own, std::array<Entry<M>, 0>{});
 }
 
 // Reads the trailer (the last four bytes, big-endian) of a buffer of at least four bytes.

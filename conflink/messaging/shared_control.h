@@ -1,0 +1,113 @@
+// The control messages both links carry, written once for both messengers.
+//
+// SharedControl<Messenger> implements the two shared role interfaces for a messenger: the
+// requests either client sends, the server's shared replies, and the default handlers of both.
+// It holds no data, so each messenger keeps the layout and virtual-slot order of its interfaces:
+// the shared interfaces come first, right after SohoMessenger.
+#pragma once
+
+#include <string>
+
+#include <conflink/messaging/role_interfaces.h>
+
+template <class Messenger>
+class SharedControl : public BothToPsInterface, public PsToBothInterface {
+ public:
+  // Requests of a client to the server.
+  int AddParticipant(const unsigned long long& id, const ConfIDString& conf,
+                     const unsigned long long& party, const ConferenceUser& user) override;
+  int DialOut(const unsigned long long& id, const ConfIDString& conf,
+              const unsigned long long& party) override;
+  int DeleteParticipant(const unsigned long long& id, const ConfIDString& conf,
+                        const unsigned long long& party, const unsigned long long& other) override;
+  int SetSpeaker(const unsigned long long& id, const ConfIDString& conf,
+                 const unsigned long long& party, const unsigned long long& other,
+                 bool on) override;
+  int StartLectureMode(const unsigned long long& id, const ConfIDString& conf,
+                       const unsigned long long& party, const unsigned long long& other) override;
+  int RequestToSpeak(const unsigned long long& id, const ConfIDString& conf,
+                     const unsigned long long& party, bool on) override;
+  int AuthorizationRequest(const unsigned long long& id, const ConfIDString& conf,
+                           const unsigned long long& party, const std::string& text) override;
+  int StartConference(const unsigned long long& id, const ConfIDString& conf,
+                      const unsigned long long& party) override;
+  int StopConference(const unsigned long long& id, const ConfIDString& conf,
+                     const unsigned long long& party) override;
+  int RequestStartRecording(const unsigned long long& id, const ConfIDString& conf,
+                            const unsigned long long& party) override;
+  int RequestStopRecording(const unsigned long long& id, const ConfIDString& conf,
+                           const unsigned long long& party) override;
+  int RequestPauseRecording(const unsigned long long& id, const ConfIDString& conf,
+                            const unsigned long long& party) override;
+  int RequestResumeRecording(const unsigned long long& id, const ConfIDString& conf,
+                             const unsigned long long& party) override;
+  int InitiateDialOut(const unsigned long long& id, const ConfIDString& conf,
+                      const unsigned long long& party, bool on) override;
+  int LockConference(const unsigned long long& id, const ConfIDString& conf,
+                     const unsigned long long& party, bool on) override;
+  int GetConferenceParam(const unsigned long long& id, const ConfIDString& conf,
+                         ConferenceParamType param) override;
+
+  // The server's shared replies.
+  int Success(const unsigned long long& id, PSSuccessType result) override;
+  int Reject(const unsigned long long& id, RejectReason reason) override;
+  int ModeratorApprovalNeeded(const unsigned long long& id) override;
+  int AuthorizationPassed(const unsigned long long& id, const unsigned long long& party, bool first,
+                          bool second) override;
+  int ConferenceLocked(const unsigned long long& id, bool locked) override;
+  int SendConferenceParam(const unsigned long long& id, ConferenceParamType param,
+                          unsigned int size, const void* data) override;
+
+  // Default handlers: each does nothing and returns 0.
+  int OnSuccess(const unsigned long long& id, PSSuccessType result) override;
+  int OnReject(const unsigned long long& id, RejectReason reason) override;
+  int OnModeratorApprovalNeeded(const unsigned long long& id) override;
+  int OnAuthorizationPassed(const unsigned long long& id, const unsigned long long& party,
+                            bool first, bool second) override;
+  int OnConferenceLocked(const unsigned long long& id, bool locked) override;
+  int OnSendConferenceParam(const unsigned long long& id, ConferenceParamType param,
+                            unsigned int size, const void* data) override;
+  int OnAddParticipant(const unsigned long long& id, const ConfIDString& conf,
+                       const unsigned long long& party, const ConferenceUser& user,
+                       PSProtocolType link) override;
+  int OnDialOut(const unsigned long long& id, const ConfIDString& conf,
+                const unsigned long long& party, PSProtocolType link) override;
+  int OnDeleteParticipant(const unsigned long long& id, const ConfIDString& conf,
+                          const unsigned long long& party, const unsigned long long& other,
+                          PSProtocolType link) override;
+  int OnSetSpeaker(const unsigned long long& id, const ConfIDString& conf,
+                   const unsigned long long& party, const unsigned long long& other, bool on,
+                   PSProtocolType link) override;
+  int OnStartLectureMode(const unsigned long long& id, const ConfIDString& conf,
+                         const unsigned long long& party, const unsigned long long& other,
+                         PSProtocolType link) override;
+  int OnRequestToSpeak(const unsigned long long& id, const ConfIDString& conf,
+                       const unsigned long long& party, bool on, PSProtocolType link) override;
+  int OnAuthorizationRequest(const unsigned long long& id, const ConfIDString& conf,
+                             const unsigned long long& party, const std::string& text,
+                             PSProtocolType link) override;
+  int OnStartConference(const unsigned long long& id, const ConfIDString& conf,
+                        const unsigned long long& party, PSProtocolType link) override;
+  int OnStopConference(const unsigned long long& id, const ConfIDString& conf,
+                       const unsigned long long& party, PSProtocolType link) override;
+  int OnRequestStartRecording(const unsigned long long& id, const ConfIDString& conf,
+                              const unsigned long long& party, PSProtocolType link) override;
+  int OnRequestStopRecording(const unsigned long long& id, const ConfIDString& conf,
+                             const unsigned long long& party, PSProtocolType link) override;
+  int OnRequestPauseRecording(const unsigned long long& id, const ConfIDString& conf,
+                              const unsigned long long& party, PSProtocolType link) override;
+  int OnRequestResumeRecording(const unsigned long long& id, const ConfIDString& conf,
+                               const unsigned long long& party, PSProtocolType link) override;
+  int OnInitiateDialOut(const unsigned long long& id, const ConfIDString& conf,
+                        const unsigned long long& party, bool on, PSProtocolType link) override;
+  int OnLockConference(const unsigned long long& id, const ConfIDString& conf,
+                       const unsigned long long& party, bool on, PSProtocolType link) override;
+  int OnGetConferenceParam(const unsigned long long& id, const ConfIDString& conf,
+                           ConferenceParamType param, PSProtocolType link) override;
+
+ protected:
+  SharedControl() = default;
+
+ private:
+  Messenger& self() { return static_cast<Messenger&>(*this); }
+};
