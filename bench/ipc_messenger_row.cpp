@@ -15,12 +15,15 @@
 namespace conflink::bench {
 namespace {
 
-// The link's message 70 (InitiateConferenceServer): sent with an empty payload, so the queue
-// carries just the 4-byte link mark, and it has a handler on both ends of the link.
-constexpr int kPingMessage = 70;
+// The request and its answer: a shared request of a client (DialOut: id, conference, party) and
+// the server's shared reply (Success: id, result), as a PS and a CC exchange them.
+const ConfIDString kConference{"conference-0042"};
+constexpr unsigned long long kParty = 0x1234;
+constexpr PSSuccessType kDone = static_cast<PSSuccessType>(1);
 
-// One end of the link as the benchmark drives it: it counts the message 70 that arrive and
-// answers the ones its script says to, from inside its handler, as a server would.
+// One end of the link as the benchmark drives it. The PS end counts the DialOut requests that
+// arrive and answers the ones its script says to with Success, from inside its handler, as a
+// server would; the CC end counts the answers.
 class BenchSide : public CCToPSMessenger {
  public:
   using CCToPSMessenger::CCToPSMessenger;
@@ -35,11 +38,16 @@ class BenchSide : public CCToPSMessenger {
   bool peerArrived = false;
   bool peerLeft = false;
 
-  int OnInitiateConferenceServer(PSProtocolType) override {
+  int OnDialOut(const unsigned long long& id, const ConfIDString&, const unsigned long long&,
+                PSProtocolType) override {
     ++received;
     if (received <= answerAllUpTo || received == answerAlsoA || received == answerAlsoB) {
-      if (InitiateConferenceServer() <= 0) answerFailed = true;
+      if (Success(id, kDone) <= 0) answerFailed = true;
     }
+    return 0;
+  }
+  int OnSuccess(const unsigned long long&, PSSuccessType) override {
+    ++received;
     return 0;
   }
   void PSPeerConnected() override { peerArrived = true; }
@@ -99,7 +107,8 @@ bool driveRoundTrips(BenchSide& cc, const Plan& plan, Figures& figures, std::str
   const int total = plan.warmUpRoundTrips + plan.roundTrips;
   for (int i = 0; i < total; ++i) {
     const std::int64_t start = nowNs();
-    if (cc.InitiateConferenceServer() <= 0 || !cc.awaitReceived(cc.received + 1)) {
+    if (cc.DialOut(static_cast<unsigned long long>(i), kConference, kParty) <= 0 ||
+        !cc.awaitReceived(cc.received + 1)) {
       why = "round trip " + std::to_string(i) + " failed";
       return false;
     }
@@ -117,7 +126,7 @@ bool driveOneWay(BenchSide& cc, int count, double* seconds, std::string& why) {
   const long answered = cc.received + 1;
   const std::int64_t start = nowNs();
   for (int i = 0; i < count; ++i) {
-    if (cc.InitiateConferenceServer() <= 0) {
+    if (cc.DialOut(static_cast<unsigned long long>(i), kConference, kParty) <= 0) {
       why = "one-way message " + std::to_string(i) + " was not sent";
       return false;
     }
@@ -157,7 +166,7 @@ bool drive(int queueNumber, const Plan& plan, Figures& figures, std::string& why
 }  // namespace
 
 std::string messengerRowLabel() {
-  return "messengers, message 70 each way";
+  return "messengers, DialOut answered by Success";
 }
 
 std::string messengerRowNote() {

@@ -1,5 +1,5 @@
 // The library's own path measured beside the raw transports: a CC-side and a PS-side
-// CCToPSMessenger in two processes, ping-ponging the call-control link's message 70.
+// CCToPSMessenger in two processes: CC sends the shared request DialOut, PS answers with Success.
 #pragma once
 
 #include <string>
@@ -12,9 +12,9 @@ namespace conflink::bench {
 std::string messengerRowLabel();
 std::string messengerRowNote();
 
-// Round trips (each side's handler answers with the same message) and one-way throughput of
-// message 70, over queue `queueNumber` under the messengers' own key path. The large-message
-// figures are not measured: message 70 carries no payload.
+// Round trips (PS's handler answers each DialOut with Success) and one-way throughput of DialOut,
+// over queue `queueNumber` under the messengers' own key path. The large-message figures are not
+// measured: these messages carry a few dozen bytes.
 Figures measureMessengers(int queueNumber, const Plan& plan);
 
 }  // namespace conflink::bench
