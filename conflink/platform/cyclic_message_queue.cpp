@@ -81,6 +81,7 @@ struct CyclicMessageQueue::State {
   queue::Attachment attachment;
   queue::Inbound inbound;
   queue::Outbound outbound;
+  queue::SpinBudget receiveSpin;
   std::string lastError;
 };
 
@@ -111,8 +112,8 @@ int CyclicMessageQueue::State::Receive(int* type, std::string* buffer, int timeo
       slice = static_cast<int>(std::min<std::int64_t>(left, slice));
     }
     queue::WaitOnBell(
-        attachment.self(), [&] { return inbound.RingHasData() || inbound.PeerWordChanged(); },
-        slice);
+        attachment.self(), receiveSpin,
+        [&] { return inbound.RingHasData() || inbound.PeerWordChanged(); }, slice);
   }
 }
 

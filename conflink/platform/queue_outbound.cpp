@@ -136,7 +136,7 @@ int Outbound::Send(int type, const std::string& buffer, std::string& error) {
     }
     const std::uint32_t need = kRecordHeaderBytes + std::min(remaining, MinFragment(capacity));
     WaitOnBell(
-        a_.self(),
+        a_.self(), spin_,
         [&] {
           return FreeBytes() >= need || in_.RingHasData() ||
                  a_.peer().attach.load(std::memory_order_acquire) != peerWord;

@@ -15,6 +15,7 @@
 
 #include <conflink/platform/queue_attachment.h>
 #include <conflink/platform/queue_inbound.h>
+#include <conflink/platform/queue_wait.h>
 
 namespace conflink::queue {
 
@@ -35,6 +36,7 @@ class Outbound {
 
   Attachment& a_;
   Inbound& in_;
+  SpinBudget spin_;
 };
 
 }  // namespace conflink::queue

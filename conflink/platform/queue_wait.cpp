@@ -55,6 +55,12 @@ std::int64_t MonotonicMs() {
   return static_cast<std::int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
 }
 
+std::int64_t MonotonicNs() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<std::int64_t>(now.tv_sec) * 1000000000 + now.tv_nsec;
+}
+
 bool SpinWorthwhile() {
   static const bool worthwhile = sysconf(_SC_NPROCESSORS_ONLN) > 1;
   return worthwhile;
