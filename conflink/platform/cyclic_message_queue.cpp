@@ -91,7 +91,8 @@ int CyclicMessageQueue::State::Receive(int* type, std::string* buffer, int timeo
     return kQueueBadArgument;
   }
   if (!Usable()) return kQueueNotConnected;
-  const std::int64_t deadline = queue::MonotonicMs() + std::max(timeoutMs, 0);
+  // The clock is read only once a timed receive has to wait: most receives do not.
+  std::int64_t deadline = -1;
   for (;;) {
     if (!inbound.HasItems()) inbound.Pump(1);
     queue::InboundItem item;
@@ -104,10 +105,12 @@ int CyclicMessageQueue::State::Receive(int* type, std::string* buffer, int timeo
       Note(item.data.c_str());
       return item.result;
     }
-    int slice = kReceiveWaitSliceMs;
     if (timeoutMs == kNoWait) return kQueueEmpty;
+    int slice = kReceiveWaitSliceMs;
     if (timeoutMs != kWaitForever) {
-      const std::int64_t left = deadline - queue::MonotonicMs();
+      const std::int64_t now = queue::MonotonicMs();
+      if (deadline < 0) deadline = now + timeoutMs;
+      const std::int64_t left = deadline - now;
       if (left <= 0) return kQueueEmpty;
       slice = static_cast<int>(std::min<std::int64_t>(left, slice));
     }
@@ -209,7 +212,7 @@ const char* CyclicMessageQueue::LastError() {
 
 int CyclicMessageQueue::IsPartyOnline() {
   if (state_ == nullptr || !state_->attachment.usable()) return 0;
-  return state_->attachment.ObservePeer(true).alive ? 1 : 0;
+  return state_->attachment.ObservePeer(queue::Liveness::kAsk).alive ? 1 : 0;
 }
 
 int CyclicMessageQueue::QueueNumber() {

@@ -312,11 +312,12 @@ void Attachment::ForgetAfterFork() {
   inherited_ = true;
 }
 
-PeerView Attachment::ObservePeer(bool fresh) {
+PeerView Attachment::ObservePeer(Liveness how) {
   const std::uint32_t word = peer().attach.load(std::memory_order_acquire);
   if (!Attached(word)) return {word, false};
+  if (how == Liveness::kKnown && word == checkedWord_) return {word, checkedAlive_};
   const std::int64_t now = MonotonicMs();
-  if (fresh || word != checkedWord_ || now - checkedAt_ >= kLivenessRecheckMs) {
+  if (how == Liveness::kAsk || word != checkedWord_ || now - checkedAt_ >= kLivenessRecheckMs) {
     checkedAlive_ = HeldElsewhere(fd_, PlaceByte(1 - place_));
     checkedWord_ = word;
     checkedAt_ = now;

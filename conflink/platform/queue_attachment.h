@@ -29,6 +29,13 @@ struct PeerView {
   bool alive;          // attached and holding its place lock
 };
 
+// How hard ObservePeer looks at the peer's place lock, which costs a system call.
+enum class Liveness {
+  kAsk,     // ask the kernel now
+  kRecent,  // ask when the attach word changed or the last answer is kLivenessRecheckMs old
+  kKnown,   // ask only when the attach word changed; otherwise the last answer (no clock read)
+};
+
 class Attachment {
  public:
   Attachment() = default;
@@ -61,9 +68,10 @@ class Attachment {
   RingBytes outbound() const { return Ring(place_); }
   RingBytes inbound() const { return Ring(1 - place_); }
 
-  // The peer's state. The attach word is read every time; the kernel is asked about the lock
-  // when `fresh`, when the word changed, or when the last answer is kLivenessRecheckMs old.
-  PeerView ObservePeer(bool fresh);
+  // The peer's state. The attach word is read every time; the kernel is asked about the lock as
+  // `how` says. kKnown suits a reader with records still to take: a peer that died cannot add
+  // to them, and its departure is due only after them anyway.
+  PeerView ObservePeer(Liveness how);
 
   // Called in a forked child: forget the place without touching it (the parent still has it).
   void ForgetAfterFork();

@@ -28,9 +28,11 @@ void Inbound::Pump(std::size_t want) {
   while (items_.size() < want) {
     // The head is read before the peer's state: records of a newer generation are published
     // after its attach word, so none of them can be below this head unless the observation
-    // below sees that generation too.
+    // below sees that generation too. While records wait, the peer's lock need not be asked
+    // about: its departure is due only after them.
     const std::uint32_t head = producer.head.load(std::memory_order_acquire);
-    const PeerView view = a_.ObservePeer(false);
+    const std::uint32_t tail = a_.inConsumer().tail.load(std::memory_order_relaxed);
+    const PeerView view = a_.ObservePeer(Unread(head, tail) ? Liveness::kKnown : Liveness::kRecent);
     lastWord_ = view.word;
     const std::uint32_t generation = Generation(view.word);
 
@@ -228,7 +230,7 @@ bool Inbound::Take(InboundItem& out) {
 bool Inbound::RingHasData() const {
   const std::uint32_t head = a_.inProducer().head.load(std::memory_order_acquire);
   const std::uint32_t tail = a_.inConsumer().tail.load(std::memory_order_relaxed);
-  return head != tail && !(stuck_ && head == stuckHead_ && tail == stuckTail_);
+  return Unread(head, tail);
 }
 
 bool Inbound::PeerWordChanged() const {

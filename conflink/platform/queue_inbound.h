@@ -52,6 +52,9 @@ class Inbound {
   // `want` new items. Returns false when it found the ring in a state it cannot read.
   bool Drain(std::uint32_t limit, std::size_t want);
   bool TakeRecord(std::uint32_t tail, std::uint32_t available, std::uint32_t& next);
+  bool Unread(std::uint32_t head, std::uint32_t tail) const {
+    return head != tail && !(stuck_ && head == stuckHead_ && tail == stuckTail_);
+  }
   void Push(int result, int type, std::string data);
   void Fail(int result, const std::string& why);
   void DropPartial();

@@ -83,7 +83,7 @@ int Outbound::Send(int type, const std::string& buffer, std::string& error) {
     if (write) {
       chunk = remaining;
     } else {
-      const PeerView view = a_.ObservePeer(false);
+      const PeerView view = a_.ObservePeer(Liveness::kRecent);
       if (!view.alive || (peerSeen && view.word != peerWord)) {
         if (!peerSeen) {
           error = "outbound ring has " + std::to_string(room) + " free bytes, the message needs " +
