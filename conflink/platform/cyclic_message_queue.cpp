@@ -83,6 +83,7 @@ struct CyclicMessageQueue::State {
   queue::Outbound outbound;
   queue::SpinBudget receiveSpin;
   std::string lastError;
+  std::string failure;  // the text of a failure being handed out
 };
 
 int CyclicMessageQueue::State::Receive(int* type, std::string* buffer, int timeoutMs) {
@@ -94,16 +95,10 @@ int CyclicMessageQueue::State::Receive(int* type, std::string* buffer, int timeo
   // The clock is read only once a timed receive has to wait: most receives do not.
   std::int64_t deadline = -1;
   for (;;) {
-    if (!inbound.HasItems()) inbound.Pump(1);
-    queue::InboundItem item;
-    if (inbound.Take(item)) {
-      if (item.result == kQueueOk) {
-        *type = item.type;
-        *buffer = std::move(item.data);
-        return kQueueOk;
-      }
-      Note(item.data.c_str());
-      return item.result;
+    const int result = inbound.Receive(*type, *buffer, failure);
+    if (result != kQueueEmpty) {
+      if (result != kQueueOk) Note(failure.c_str());
+      return result;
     }
     if (timeoutMs == kNoWait) return kQueueEmpty;
     int slice = kReceiveWaitSliceMs;

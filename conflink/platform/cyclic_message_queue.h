@@ -94,7 +94,9 @@ class CyclicMessageQueue {
   // Slot 3: waits until a message or queue event arrives and fills type and buffer (an event has
   // an empty buffer). kQueueOk when something was received; otherwise kQueueNotConnected,
   // kQueueCorrupt (a damaged message was dropped; the next call goes on), kQueueNoMemory or
-  // kQueueBadArgument, and type and buffer are left as they were.
+  // kQueueBadArgument, and type and buffer are left as they were. The message goes into the
+  // storage the buffer already has when it is large enough, so a caller that keeps one buffer
+  // for its receives does not allocate for each message.
   virtual int Receive(int* type, std::string* buffer);
   // Slot 4: as Receive, but returns kQueueEmpty at once when nothing is waiting.
   virtual int PeekMessage(int* type, std::string* buffer);

@@ -70,13 +70,20 @@ class QueueCorruption : public ::testing::Test {
     return sender_->Send(&type, &buffer);
   }
   // Everything the receiver hands out until it has nothing: result codes for failures, types
-  // for messages (with the text of type 6 checked).
+  // for messages (with the text of type 6 checked). One buffer serves every receive; a failure
+  // must leave it and the type as they were.
   std::vector<int> TakeAll() {
     std::vector<int> seen;
+    int type = -1;
+    std::string data = "untouched";
     for (int i = 0; i < 20; ++i) {
-      int type = 0;
-      std::string data;
+      const int typeBefore = type;
+      const std::string dataBefore = data;
       const int r = receiver_->PeekMessage(&type, &data);
+      if (r != kQueueOk) {
+        EXPECT_EQ(type, typeBefore);
+        EXPECT_EQ(data, dataBefore);
+      }
       if (r == kQueueEmpty) break;
       seen.push_back(r == kQueueOk ? type : r);
       if (r == kQueueOk && type == 6 && data != "after") seen.push_back(-100);

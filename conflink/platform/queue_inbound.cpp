@@ -1,5 +1,6 @@
 #include <conflink/platform/queue_inbound.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <new>
 #include <utility>
@@ -11,7 +12,39 @@ namespace conflink::queue {
 
 constexpr std::size_t kNoLimit = SIZE_MAX;
 
-void Inbound::Pump(std::size_t want) {
+int Inbound::Receive(int& type, std::string& buffer, std::string& why) {
+  if (items_.empty()) {
+    Delivery direct{&buffer};
+    Pump(1, &direct);
+    if (direct.filled) {
+      type = direct.type;
+      return kQueueOk;
+    }
+    if (items_.empty()) return kQueueEmpty;
+  }
+  InboundItem& item = items_.front();
+  const int result = item.result;
+  if (result != kQueueOk) {
+    why.swap(item.data);
+  } else {
+    heldBytes_ -= item.data.size();
+    type = item.type;
+    if (item.data.empty()) {
+      buffer.clear();  // an event or an empty message: the caller's storage stays with it
+    } else {
+      buffer.swap(item.data);
+      // The caller's old storage is worth keeping for the next message in fragments.
+      if (!assembling_ && item.data.capacity() > partial_.capacity()) {
+        partial_.swap(item.data);
+        partial_.clear();
+      }
+    }
+  }
+  items_.pop_front();
+  return result;
+}
+
+void Inbound::Pump(std::size_t want, Delivery* direct) {
   ProducerBlock& producer = a_.inProducer();
   if (!started_) {
     // A peer present when we attached is announced before anything else.
@@ -25,7 +58,7 @@ void Inbound::Pump(std::size_t want) {
       reportedGeneration_ = seenGeneration_;
     }
   }
-  while (items_.size() < want) {
+  while (Held(direct) < want) {
     // The head is read before the peer's state: records of a newer generation are published
     // after its attach word, so none of them can be below this head unless the observation
     // below sees that generation too. While records wait, the peer's lock need not be asked
@@ -41,7 +74,7 @@ void Inbound::Pump(std::size_t want) {
       // took its place meanwhile, the newcomer's records start at its epoch.
       Drain(generation != reportedGeneration_ ? producer.epochStart.load(std::memory_order_acquire)
                                               : producer.head.load(std::memory_order_acquire),
-            kNoLimit);
+            kNoLimit, nullptr);
       DropPartial();
       Push(kQueueOk, kQueueEventPeerDisconnected, std::string());
       reported_ = false;
@@ -55,11 +88,11 @@ void Inbound::Pump(std::size_t want) {
       const std::uint32_t epoch = producer.epochStart.load(std::memory_order_acquire);
       if (generation - seenGeneration_ > 1) {
         Push(kQueueOk, kQueueEventPeerConnected, std::string());
-        Drain(epoch, kNoLimit);
+        Drain(epoch, kNoLimit, nullptr);
         DropPartial();
         Push(kQueueOk, kQueueEventPeerDisconnected, std::string());
       } else {
-        Drain(epoch, kNoLimit);  // left by earlier holders of the place, never reported
+        Drain(epoch, kNoLimit, nullptr);  // left by earlier holders of the place, never reported
       }
       Push(kQueueOk, kQueueEventPeerConnected, std::string());
       reported_ = true;
@@ -67,20 +100,20 @@ void Inbound::Pump(std::size_t want) {
       seenGeneration_ = generation;
       continue;
     }
-    const std::size_t before = items_.size();
-    Drain(head, want - items_.size());
-    if (items_.size() == before) break;
+    const std::size_t before = Held(direct);
+    Drain(head, want - before, direct);
+    if (Held(direct) == before) break;
   }
 }
 
-bool Inbound::Drain(std::uint32_t limit, std::size_t want) {
+bool Inbound::Drain(std::uint32_t limit, std::size_t want, Delivery* direct) {
   RingBytes ring = a_.inbound();
   const RingIndex& index = ring.index();
   ConsumerBlock& consumer = a_.inConsumer();
   ProducerBlock& producer = a_.inProducer();
-  const std::size_t base = items_.size();
+  const std::size_t base = Held(direct);
   bool readable = true;
-  while (items_.size() - base < want) {
+  while (Held(direct) - base < want) {
     const std::uint32_t tail = consumer.tail.load(std::memory_order_relaxed);
     const std::uint32_t head = producer.head.load(std::memory_order_acquire);
     if (stuck_ && head == stuckHead_ && tail == stuckTail_) return false;
@@ -107,7 +140,7 @@ bool Inbound::Drain(std::uint32_t limit, std::size_t want) {
     }
     if (tail == stop) break;
     std::uint32_t next = stop;
-    if (!TakeRecord(tail, index.Distance(tail, stop), next)) readable = false;
+    if (!TakeRecord(tail, index.Distance(tail, stop), next, direct)) readable = false;
     Consumed(next);
   }
   // A message its producer gave up on: drop what we have of it; the rest of its fragments, if
@@ -120,7 +153,8 @@ bool Inbound::Drain(std::uint32_t limit, std::size_t want) {
 
 // Handles the record at `tail`; sets `next` to the index after it. Returns false when the record
 // cannot be framed: then `next` is left at the end of the readable bytes, which are dropped.
-bool Inbound::TakeRecord(std::uint32_t tail, std::uint32_t available, std::uint32_t& next) {
+bool Inbound::TakeRecord(std::uint32_t tail, std::uint32_t available, std::uint32_t& next,
+                         Delivery* direct) {
   RingBytes ring = a_.inbound();
   const RingIndex& index = ring.index();
   RecordHeader header{};
@@ -154,15 +188,22 @@ bool Inbound::TakeRecord(std::uint32_t tail, std::uint32_t available, std::uint3
                                   "; message dropped");
           return true;
         }
-        std::string data;
-        ring.AppendTo(body, header.length, data);
-        Push(kQueueOk, static_cast<int>(header.type), std::move(data));
+        if (Direct(direct)) {
+          ring.AssignTo(body, header.length, *direct->buffer);
+          direct->type = static_cast<int>(header.type);
+          direct->filled = true;
+        } else {
+          std::string data;
+          ring.AppendTo(body, header.length, data);
+          Push(kQueueOk, static_cast<int>(header.type), std::move(data));
+        }
         return true;
       }
       assembling_ = true;
       partialSeq_ = header.seq;
       partialType_ = header.type;
       partialTotal_ = header.total;
+      GrowPartial(header.length);
       ring.AppendTo(body, header.length, partial_);
       return true;
     }
@@ -179,12 +220,18 @@ bool Inbound::TakeRecord(std::uint32_t tail, std::uint32_t available, std::uint3
                               "); message dropped");
       return true;
     }
-    // The buffer grows only with bytes that arrived, never by what a header claims.
+    GrowPartial(header.length);
     ring.AppendTo(body, header.length, partial_);
     if (last) {
+      if (Direct(direct)) {
+        direct->buffer->swap(partial_);  // the caller's old storage takes the next message
+        direct->type = static_cast<int>(partialType_);
+        direct->filled = true;
+      } else {
+        Push(kQueueOk, static_cast<int>(partialType_), std::move(partial_));
+      }
       assembling_ = false;
-      Push(kQueueOk, static_cast<int>(partialType_), std::move(partial_));
-      partial_ = std::string();
+      partial_.clear();
     }
   } catch (const std::bad_alloc&) {
     DropPartial();
@@ -214,17 +261,20 @@ void Inbound::Fail(int result, const std::string& why) {
   }
 }
 
-void Inbound::DropPartial() {
-  assembling_ = false;
-  std::string().swap(partial_);
+// Makes room for `more` bytes of the message being reassembled, doubling the storage so that a
+// large message is copied few times, but never beyond the message's size. Storage grows only
+// when the bytes that arrived need it, so it stays below twice what arrived: what a header
+// merely claims allocates nothing.
+void Inbound::GrowPartial(std::uint32_t more) {
+  const std::size_t need = partial_.size() + more;
+  if (need <= partial_.capacity()) return;
+  partial_.reserve(std::min<std::size_t>(partialTotal_, std::max(need, 2 * partial_.capacity())));
 }
 
-bool Inbound::Take(InboundItem& out) {
-  if (items_.empty()) return false;
-  out = std::move(items_.front());
-  items_.pop_front();
-  if (out.result == kQueueOk) heldBytes_ -= out.data.size();
-  return true;
+// Forgets the message being reassembled; its storage stays for the next one.
+void Inbound::DropPartial() {
+  assembling_ = false;
+  partial_.clear();
 }
 
 bool Inbound::RingHasData() const {

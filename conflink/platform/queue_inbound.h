@@ -1,8 +1,14 @@
 // The receiving side of a queue: takes records out of the inbound ring, reassembles fragmented
 // messages, and places the peer's arrival and departure events among the messages in the order
-// in which they happened. What it takes is held locally until a receive call hands it out, so a
-// sender that waits for room can keep emptying its inbound ring and two parties that send large
-// messages to each other at once do not deadlock.
+// in which they happened. A receive call with nothing held locally takes the next message from
+// the ring straight into the caller's buffer, in the storage the buffer already has. What a
+// sender takes while it waits for room is held locally until receive calls hand it out, ahead
+// of the ring, so that two parties that send large messages to each other at once do not
+// deadlock.
+//
+// Memory is reused: a message in fragments is reassembled in a buffer that is exchanged with
+// the caller's, so a caller that keeps one buffer for its receives and the queue each keep the
+// storage of the largest message seen, and a steady stream of large messages allocates nothing.
 //
 // Events follow the peer's generations (see PartyBlock). When the generation we reported changes
 // or the peer's lock is gone, everything that peer published is delivered first, then its
@@ -20,7 +26,7 @@
 
 namespace conflink::queue {
 
-// One thing to hand out: a message, a queue event, or a failure at its place in the stream.
+// One thing held locally: a message, a queue event, or a failure at its place in the stream.
 struct InboundItem {
   int result;  // kQueueOk, or kQueueCorrupt / kQueueNoMemory
   int type;
@@ -31,11 +37,12 @@ class Inbound {
  public:
   explicit Inbound(Attachment& attachment) : a_(attachment) {}
 
+  // Hands out the next thing received. kQueueOk with `type` and `buffer` filled (an event leaves
+  // the buffer empty); kQueueEmpty when nothing is waiting; otherwise a failure's QueueResult,
+  // with `why` set and `type` and `buffer` as they were.
+  int Receive(int& type, std::string& buffer, std::string& why);
   // Takes records until `want` items are held locally or the ring has nothing more.
-  void Pump(std::size_t want);
-  // Hands out the oldest held item, if any.
-  bool Take(InboundItem& out);
-  bool HasItems() const { return !items_.empty(); }
+  void Pump(std::size_t want) { Pump(want, nullptr); }
 
   // Cheap checks for wait loops: whether the ring has unread bytes (not counting a state already
   // found corrupt and not yet repaired), and whether the peer's attach word moved since the last
@@ -47,16 +54,35 @@ class Inbound {
   std::uint32_t PendingBytes() const;
 
  private:
-  void Observe();
+  // A caller's buffer that the next message may go into directly, instead of being held.
+  struct Delivery {
+    std::string* buffer;
+    int type = 0;
+    bool filled = false;
+  };
+
+  // As the public Pump; a message taken while nothing is held goes into `direct`, if given,
+  // and counts as one item.
+  void Pump(std::size_t want, Delivery* direct);
   // Takes records up to index `limit` (or the head when `limit` is not a valid stop), at most
   // `want` new items. Returns false when it found the ring in a state it cannot read.
-  bool Drain(std::uint32_t limit, std::size_t want);
-  bool TakeRecord(std::uint32_t tail, std::uint32_t available, std::uint32_t& next);
+  bool Drain(std::uint32_t limit, std::size_t want, Delivery* direct);
+  bool TakeRecord(std::uint32_t tail, std::uint32_t available, std::uint32_t& next,
+                  Delivery* direct);
+  // Whether a complete message goes into `direct` rather than being held: only when nothing is
+  // held, so that messages keep their order.
+  bool Direct(const Delivery* direct) const {
+    return direct != nullptr && !direct->filled && items_.empty();
+  }
+  std::size_t Held(const Delivery* direct) const {
+    return items_.size() + (direct != nullptr && direct->filled ? 1 : 0);
+  }
   bool Unread(std::uint32_t head, std::uint32_t tail) const {
     return head != tail && !(stuck_ && head == stuckHead_ && tail == stuckTail_);
   }
   void Push(int result, int type, std::string data);
   void Fail(int result, const std::string& why);
+  void GrowPartial(std::uint32_t more);
   void DropPartial();
   void Consumed(std::uint32_t next);
 
@@ -72,7 +98,7 @@ class Inbound {
   std::uint32_t seenGeneration_ = 0;
   std::uint32_t lastWord_ = 0;
 
-  // The message being reassembled.
+  // The message being reassembled. Its storage outlives the message (see above).
   bool assembling_ = false;
   std::uint32_t partialSeq_ = 0;
   std::uint32_t partialType_ = 0;

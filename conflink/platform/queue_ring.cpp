@@ -46,6 +46,12 @@ void RingBytes::AppendTo(std::uint32_t at, std::uint32_t n, std::string& dst) co
   if (n > first) dst.append(reinterpret_cast<const char*>(data_), n - first);
 }
 
+void RingBytes::AssignTo(std::uint32_t at, std::uint32_t n, std::string& dst) const {
+  if (dst.capacity() < n) dst.reserve(n);  // the only step that can fail; dst is untouched then
+  dst.clear();
+  AppendTo(at, n, dst);
+}
+
 std::uint32_t RingBytes::WriteRecord(std::uint32_t at, const RecordHeader& header,
                                      const char* payload) {
   CopyIn(at, &header, kRecordHeaderBytes);

@@ -51,6 +51,9 @@ class RingBytes {
   void CopyIn(std::uint32_t at, const void* src, std::uint32_t n);
   void CopyOut(std::uint32_t at, void* dst, std::uint32_t n) const;
   void AppendTo(std::uint32_t at, std::uint32_t n, std::string& dst) const;
+  // Replaces `dst`'s content with the `n` bytes at `at`, in the storage `dst` already has when
+  // it is large enough. When memory runs out (std::bad_alloc), `dst` is left as it was.
+  void AssignTo(std::uint32_t at, std::uint32_t n, std::string& dst) const;
 
   // Writes a record (header and payload) at `at` and returns the index just past it. The caller
   // has checked that header and payload fit in the free space.

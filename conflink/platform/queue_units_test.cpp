@@ -56,6 +56,9 @@ TEST(QueueRingBytes, CopiesWrapAtTheRingsEnd) {
   std::string appended = ">";
   ring.AppendTo(14, 6, appended);
   EXPECT_EQ(appended, ">cdefgh");
+  std::string reused(100, 'o');  // a longer old content must not show through
+  ring.AssignTo(14, 6, reused);
+  EXPECT_EQ(reused, "cdefgh");
 }
 
 TEST(QueueRingBytes, HeaderChecksCatchEveryInconsistency) {
