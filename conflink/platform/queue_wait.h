@@ -35,15 +35,18 @@ bool SpinWorthwhile();
 // spinning only takes a processor it may need. A spin that succeeded only late in its time
 // lengthens the next one: the peer answers, a little more slowly than the spin allowed. A spin
 // that succeeded early leaves it as it is. The time never drops below kFloorNs, which is
-// above a futex sleep and wake-up on an idle virtual machine: a party that waits for the answer
-// of a peer it just woke still catches it spinning, so after one sleep the pair is back to
-// hand-offs in well under a microsecond instead of both sleeping on every message. One budget
-// per kind of wait of one queue object; not shared between threads.
+// above a futex sleep and wake-up on an idle virtual machine (about 50 us; a sleeper idle for
+// milliseconds runs again 20 to 30 us after its wake-up): a party that waits for the answer of
+// a peer it just woke still catches it spinning, so after one sleep the pair is back to
+// hand-offs in well under a microsecond instead of both sleeping on every message. The floor is
+// no higher than that because a busy machine can leave both parties on one processor, where
+// the woken peer runs only once the spin gives up: then every hand-off costs the floor. One
+// budget per kind of wait of one queue object; not shared between threads.
 class SpinBudget {
  public:
-  static constexpr std::int64_t kFloorNs = 80 * 1000;
-  static constexpr std::int64_t kCeilingNs = 320 * 1000;
-  static constexpr std::int64_t kStartNs = 160 * 1000;
+  static constexpr std::int64_t kFloorNs = 64 * 1000;
+  static constexpr std::int64_t kCeilingNs = 256 * 1000;
+  static constexpr std::int64_t kStartNs = 128 * 1000;
 
   std::int64_t ns() const { return ns_; }
   // The spin found its condition after `spentNs` of its budget.
