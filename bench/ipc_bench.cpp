@@ -44,6 +44,7 @@ Plan quickPlan() {
   Plan plan;
   plan.roundTrips = 10000;
   plan.warmUpRoundTrips = 1000;
+  plan.idleRoundTrips = 300;
   plan.smallMessages = 100000;
   plan.pageMessages = 20000;
   plan.bigMessages = 5;
@@ -125,6 +126,10 @@ void printSetting(const Plan& plan) {
               fileText("/proc/loadavg").c_str());
   std::printf("  round trips  %d of 64 bytes after %d warm-up; median and 99th percentile\n",
               plan.roundTrips, plan.warmUpRoundTrips);
+  std::printf(
+      "  idle trips   %d round trips, each after %d us of silence (a blocking receiver is\n"
+      "               asleep when the message comes: the cost of waking it)\n",
+      plan.idleRoundTrips, plan.idleGapUs);
   std::printf(
       "  one-way      %d messages of 64 bytes, %d of 4 KiB (each after a tenth as warm-up)\n",
       plan.smallMessages, plan.pageMessages);

@@ -27,6 +27,8 @@ Plan smallPlan() {
   Plan plan;
   plan.roundTrips = 200;
   plan.warmUpRoundTrips = 20;
+  plan.idleRoundTrips = 10;
+  plan.idleGapUs = 200;
   plan.smallMessages = 2000;
   plan.pageMessages = 500;
   plan.bigMessages = 2;
@@ -72,7 +74,7 @@ class FaultyEndpoint : public Endpoint {
   FaultyEndpoint(std::unique_ptr<Endpoint> inner, Fault fault, const Plan& plan)
       : inner_(std::move(inner)),
         fault_(fault),
-        roundTrips_(plan.warmUpRoundTrips + plan.roundTrips) {}
+        roundTrips_(plan.warmUpRoundTrips + plan.roundTrips + plan.idleRoundTrips) {}
 
   bool send(const char* data, std::size_t size) override {
     std::string copy(data, size);

@@ -3,10 +3,12 @@
 #include <time.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "ipc_process.h"
@@ -108,9 +110,12 @@ bool expectExactly(Endpoint& end, const char (&word)[8], std::string& why) {
 
 bool driveRoundTrips(Endpoint& end, const Plan& plan, Figures& figures, std::string& why) {
   std::string ping = messageBody().substr(0, kSmallBytes);
-  std::vector<std::int64_t> times(static_cast<std::size_t>(plan.roundTrips));
-  const int total = plan.warmUpRoundTrips + plan.roundTrips;
+  std::vector<std::int64_t> busy(static_cast<std::size_t>(plan.roundTrips));
+  std::vector<std::int64_t> idle(static_cast<std::size_t>(plan.idleRoundTrips));
+  const int measured = plan.warmUpRoundTrips + plan.roundTrips;
+  const int total = measured + plan.idleRoundTrips;
   for (int i = 0; i < total; ++i) {
+    if (i >= measured) std::this_thread::sleep_for(std::chrono::microseconds(plan.idleGapUs));
     stamp(ping, static_cast<std::uint64_t>(i));
     std::string_view reply;
     const std::int64_t start = nowNs();
@@ -124,11 +129,17 @@ bool driveRoundTrips(Endpoint& end, const Plan& plan, Figures& figures, std::str
             " bytes stamped " + std::to_string(stampOf(reply));
       return false;
     }
-    if (i >= plan.warmUpRoundTrips)
-      times[static_cast<std::size_t>(i - plan.warmUpRoundTrips)] = finish - start;
+    if (i >= measured) {
+      idle[static_cast<std::size_t>(i - measured)] = finish - start;
+    } else if (i >= plan.warmUpRoundTrips) {
+      busy[static_cast<std::size_t>(i - plan.warmUpRoundTrips)] = finish - start;
+    }
   }
-  summariseRoundTrips(times.data(), times.size(), &figures.roundTripMedianUs,
+  summariseRoundTrips(busy.data(), busy.size(), &figures.roundTripMedianUs,
                       &figures.roundTripP99Us);
+  if (!idle.empty())
+    summariseRoundTrips(idle.data(), idle.size(), &figures.idleRoundTripMedianUs,
+                        &figures.idleRoundTripP99Us);
   return true;
 }
 
@@ -223,7 +234,7 @@ bool drive(Transport& transport, const Plan& plan, Figures& figures, std::string
 
 bool answerRoundTrips(Endpoint& end, const Plan& plan, std::string& why) {
   std::string echo;
-  for (int i = 0; i < plan.warmUpRoundTrips + plan.roundTrips; ++i) {
+  for (int i = 0; i < plan.warmUpRoundTrips + plan.roundTrips + plan.idleRoundTrips; ++i) {
     std::string_view ping;
     if (!end.receive(&ping)) {
       why = "round trip " + std::to_string(i) + ": " + end.error();

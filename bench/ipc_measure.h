@@ -21,6 +21,10 @@ constexpr std::size_t kBigBytes = 4u << 20;
 struct Plan {
   int roundTrips = 100000;
   int warmUpRoundTrips = 10000;
+  // Round trips that each follow a silence longer than the queue's spin before sleeping, so that
+  // a blocking receiver is asleep in the kernel when the message comes: the cost of a wake-up.
+  int idleRoundTrips = 2000;
+  int idleGapUs = 1000;
   int smallMessages = 1000000;
   int pageMessages = 200000;
   int bigMessages = 20;
@@ -42,6 +46,8 @@ struct Figures {
   std::string error;
   double roundTripMedianUs = kNotMeasured;
   double roundTripP99Us = kNotMeasured;
+  double idleRoundTripMedianUs = kNotMeasured;  // round trips after a silence of idleGapUs
+  double idleRoundTripP99Us = kNotMeasured;
   Throughput small;
   Throughput page;
   double bigGigabytesPerSecond = kNotMeasured;  // 10^9 bytes per second, median of the messages

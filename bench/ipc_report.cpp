@@ -41,6 +41,7 @@ struct Column {
 const Column kColumns[] = {
     {"round trip p50 us", [](const Figures& f) { return f.roundTripMedianUs; }, micros},
     {"round trip p99 us", [](const Figures& f) { return f.roundTripP99Us; }, micros},
+    {"after 1 ms idle p50 us", [](const Figures& f) { return f.idleRoundTripMedianUs; }, micros},
     {"64 B msg/s", [](const Figures& f) { return f.small.messagesPerSecond; }, rate},
     {"64 B MB/s", [](const Figures& f) { return f.small.megabytesPerSecond; }, megabytes},
     {"4 KiB msg/s", [](const Figures& f) { return f.page.messagesPerSecond; }, rate},
@@ -76,9 +77,9 @@ struct Goal {
 const Goal kGoals[] = {
     {"round trip (median) at most a quarter of the unix socket's", &kColumns[0], " us", true, 0.25,
      true},
-    {"64-byte one-way throughput at least five times the unix socket's", &kColumns[2], " msg/s",
+    {"64-byte one-way throughput at least five times the unix socket's", &kColumns[3], " msg/s",
      true, 5.0, false},
-    {"one 4 MiB message moved at no less than 1 GB/s", &kColumns[6], " GB/s", false, 1.0, false},
+    {"one 4 MiB message moved at no less than 1 GB/s", &kColumns[7], " GB/s", false, 1.0, false},
 };
 
 }  // namespace
