@@ -74,7 +74,8 @@ class FaultyEndpoint : public Endpoint {
   FaultyEndpoint(std::unique_ptr<Endpoint> inner, Fault fault, const Plan& plan)
       : inner_(std::move(inner)),
         fault_(fault),
-        roundTrips_(plan.warmUpRoundTrips + plan.roundTrips + plan.idleRoundTrips) {}
+        busyRoundTrips_(plan.warmUpRoundTrips + plan.roundTrips),
+        roundTrips_(busyRoundTrips_ + plan.idleRoundTrips) {}
 
   bool send(const char* data, std::size_t size) override {
     std::string copy(data, size);
@@ -122,7 +123,7 @@ class FaultyEndpoint : public Endpoint {
         }
         break;
       case Fault::kPeerDies:
-        if (size == kSmallBytes && smallSent_ == roundTrips_ / 2) _exit(9);
+        if (size == kSmallBytes && smallSent_ == busyRoundTrips_ / 2) _exit(9);
         break;
     }
     return pass(message);
@@ -137,7 +138,8 @@ class FaultyEndpoint : public Endpoint {
 
   std::unique_ptr<Endpoint> inner_;
   Fault fault_;
-  long roundTrips_;
+  long busyRoundTrips_;  // the round trips without a pause before them
+  long roundTrips_;      // all round trips, those after a silence included
   long smallSent_ = 0;
   long pageSent_ = 0;
   long largeSent_ = 0;
