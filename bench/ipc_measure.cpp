@@ -347,20 +347,18 @@ int answer(Transport& transport, const Plan& plan) {
 
 }  // namespace
 
-Figures measureTransport(Transport& transport, const Plan& plan) {
-  Figures figures;
-  messageBody();  // made now, before the fork
-  if (!transport.prepare(figures.error)) return figures;
-
+void runRow(const std::string& label, unsigned limitSeconds, Figures& figures,
+            const std::function<int()>& answer,
+            const std::function<bool(std::string& why)>& drive) {
   static std::string step;
-  step = "the row '" + transport.name() + "'";
-  armWatchdog(plan.limitSeconds + 10, step.c_str());
-  ChildProcess child([&] { return answer(transport, plan); }, plan.limitSeconds);
+  step = "the row '" + label + "'";
+  armWatchdog(limitSeconds + 10, step.c_str());
+  ChildProcess child(answer, limitSeconds);
   if (!child.started()) {
     figures.error = "fork failed";
   } else {
     std::string why;
-    const bool driven = drive(transport, plan, figures, why);
+    const bool driven = drive(why);
     // After a failure the child is given a moment to say what it saw, then killed.
     const int status = child.wait(driven ? 10000 : 1000);
     figures.ok = driven && status == 0;
@@ -371,6 +369,15 @@ Figures measureTransport(Transport& transport, const Plan& plan) {
   }
   disarmWatchdog();
   removeSharedObjects();
+}
+
+Figures measureTransport(Transport& transport, const Plan& plan) {
+  Figures figures;
+  messageBody();  // made now, before the fork
+  if (!transport.prepare(figures.error)) return figures;
+  runRow(
+      transport.name(), plan.limitSeconds, figures, [&] { return answer(transport, plan); },
+      [&](std::string& why) { return drive(transport, plan, figures, why); });
   return figures;
 }
 

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <string>
 
@@ -52,6 +53,12 @@ struct Figures {
   Throughput page;
   double bigGigabytesPerSecond = kNotMeasured;  // 10^9 bytes per second, median of the messages
 };
+
+// Runs one row under the watchdog: `answer` in a forked child (dying after `limitSeconds`),
+// `drive` here. Sets figures.ok, and figures.error from `drive`'s reason and the child's end;
+// removes the tracked shared objects afterwards.
+void runRow(const std::string& label, unsigned limitSeconds, Figures& figures,
+            const std::function<int()>& answer, const std::function<bool(std::string& why)>& drive);
 
 // Runs the script over `transport`: this process drives, a forked child answers.
 Figures measureTransport(Transport& transport, const Plan& plan);

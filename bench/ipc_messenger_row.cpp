@@ -179,24 +179,10 @@ Figures measureMessengers(int queueNumber, const Plan& plan) {
   shm_unlink(object.c_str());
   trackSharedObject(object);
 
-  static std::string step;
-  step = "the row '" + messengerRowLabel() + "'";
-  armWatchdog(plan.limitSeconds + 10, step.c_str());
-  ChildProcess child([&] { return answerSide(queueNumber, plan); }, plan.limitSeconds);
-  if (!child.started()) {
-    figures.error = "fork failed";
-  } else {
-    std::string why;
-    const bool driven = drive(queueNumber, plan, figures, why);
-    const int status = child.wait(driven ? 10000 : 1000);
-    figures.ok = driven && status == 0;
-    if (!figures.ok) {
-      figures.error = driven ? describeChildStatus(status)
-                             : why + (status > 0 ? "; " + describeChildStatus(status) : "");
-    }
-  }
-  disarmWatchdog();
-  removeSharedObjects();
+  runRow(
+      messengerRowLabel(), plan.limitSeconds, figures,
+      [&] { return answerSide(queueNumber, plan); },
+      [&](std::string& why) { return drive(queueNumber, plan, figures, why); });
   return figures;
 }
 
