@@ -111,7 +111,7 @@ int Outbound::Send(int type, const std::string& buffer, std::string& error) {
       header.length = chunk;
       const std::uint32_t next = ring.WriteRecord(head, header, buffer.data() + sent);
       producer.head.store(next, std::memory_order_release);
-      RingIfWaiting(a_.peer());
+      RingIfWaiting(a_.peer(), &handOff_);
       sent += chunk;
       published = true;
       continue;
@@ -136,7 +136,7 @@ int Outbound::Send(int type, const std::string& buffer, std::string& error) {
     }
     const std::uint32_t need = kRecordHeaderBytes + std::min(remaining, MinFragment(capacity));
     WaitOnBell(
-        a_.self(), spin_,
+        a_.self(), spin_, handOff_,
         [&] {
           return FreeBytes() >= need || in_.RingHasData() ||
                  a_.peer().attach.load(std::memory_order_acquire) != peerWord;

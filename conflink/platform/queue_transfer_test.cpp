@@ -2,6 +2,7 @@
 // directions at once, and a stress of many small messages.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <thread>
 #include <vector>
 
@@ -100,6 +101,42 @@ TEST(QueueTransfer, ManySmallMessagesBothWaysNeverStall) {
   std::string none;
   EXPECT_EQ(q->Send(&done, &none), kQueueOk);
   EXPECT_EQ(child.Wait(120000), 0);
+}
+
+// Request and answer after pauses of every length: after a long one each side wakes a sleeping
+// peer and goes to sleep at once to give it its processor, and the peer's answer wakes it in
+// turn. Every answer must come, in order, and none may wait for the sleeper's timeout (a lost
+// wake-up costs a 100 ms slice; the bound allows far fewer than one per ten rounds).
+TEST(QueueTransfer, PingPongAfterPausesNeverLosesAWakeUp) {
+  TestQueueName name;
+  constexpr int kRounds = 400;
+  constexpr int kPauseUs[] = {0, 0, 40, 150, 400, 1500};
+  Child child([&] {
+    auto q = name.Open();
+    if (!AwaitPeer(*q)) return 1;
+    for (int i = 0; i < kRounds; ++i) {
+      std::string data;
+      if (ReceiveType(*q, &data, 10000) != i || data != Pattern(16, static_cast<std::uint32_t>(i)))
+        return 2;
+      if (i % 3 == 0) usleep(static_cast<useconds_t>(kPauseUs[i % 6] / 2));
+      if (q->Send(&i, &data) != kQueueOk) return 3;
+    }
+    return 0;
+  });
+  auto q = name.Open();
+  ASSERT_TRUE(AwaitPeer(*q));
+  const auto start = std::chrono::steady_clock::now();
+  for (int i = 0; i < kRounds; ++i) {
+    usleep(static_cast<useconds_t>(kPauseUs[i % 6]));
+    std::string data = Pattern(16, static_cast<std::uint32_t>(i));
+    ASSERT_EQ(q->Send(&i, &data), kQueueOk) << q->LastError();
+    std::string answer;
+    ASSERT_EQ(ReceiveType(*q, &answer, 10000), i);
+    ASSERT_EQ(answer, data);
+  }
+  const auto elapsed = std::chrono::steady_clock::now() - start;
+  EXPECT_LT(elapsed, std::chrono::seconds(4)) << "answers waited for the sleepers' timeouts";
+  EXPECT_EQ(child.Wait(), 0);
 }
 
 // Misuse is refused with its own code and leaves the queue working.

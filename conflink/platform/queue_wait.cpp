@@ -76,9 +76,14 @@ void CpuRelax() {
 #endif
 }
 
-void RingIfWaiting(PartyBlock& peer) {
+void RingIfWaiting(PartyBlock& peer, HandOff* handOff) {
   FullFence();
-  if (peer.waiting.load(std::memory_order_relaxed) != 0) RingAlways(peer);
+  std::uint32_t waiting = peer.waiting.load(std::memory_order_relaxed);
+  if (waiting == 0) return;
+  // Only a wait still announced takes the mark: one that ended meanwhile has cleared the word.
+  if (handOff != nullptr && handOff->WakingSleeper())
+    peer.waiting.compare_exchange_strong(waiting, kWaitingHandedOff, std::memory_order_relaxed);
+  RingAlways(peer);
 }
 
 void RingAlways(PartyBlock& peer) {

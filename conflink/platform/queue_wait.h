@@ -10,6 +10,7 @@
 // last guard and lets the sleeper look at the peer's liveness regularly.
 #pragma once
 
+#include <climits>
 #include <cstdint>
 
 #include <conflink/platform/queue_layout.h>
@@ -60,6 +61,59 @@ class SpinBudget {
   std::int64_t ns_ = kStartNs;
 };
 
+// The value a waker leaves in a sleeper's `waiting` word when it hands the sleeper its processor
+// (see HandOff); a plain announced wait is 1.
+constexpr std::uint32_t kWaitingHandedOff = 2;
+
+// Whether a party's next wait hands its processor to a peer it has just woken, instead of
+// spinning. A peer asleep for a while is woken on the processor of whoever woke it (the other
+// processor is idle, and on a virtual machine its host may have descheduled it). A waker that
+// then spins for the answer keeps the peer it woke from running until the spin gives up: one spin
+// budget (64 us or more) per wake-up, twice per round trip. A waker that sleeps at once lets the
+// peer run on its processor within a few microseconds, as a sender on a socket does by blocking
+// in the kernel. So:
+// - A send that wakes a sleeping peer after a quiet spell (this party has not gone to sleep for
+//   kQuietNs, so the peer it wakes has been asleep for a while too) makes the next wait skip its
+//   spin, and marks the peer's `waiting` word with kWaitingHandedOff.
+// - The peer, woken with that mark, runs where we slept; when its answer wakes us, its next wait
+//   skips the spin as well, handing the processor back. The hand-back does not mark us, so the
+//   exchange does not stay a chain of sleeps.
+// In a steady exchange the peer spins and is never woken, so none of this applies; where it is
+// woken all the same without a quiet spell, spinning until the scheduler spreads the pair is no
+// worse than sleeping on every message. One per queue object, shared by its kinds of wait; not
+// shared between threads.
+class HandOff {
+ public:
+  static constexpr std::int64_t kQuietNs = 128 * 1000;
+
+  // A send is about to ring a peer that announced a wait. Returns whether to mark the peer.
+  bool WakingSleeper() {
+    if (handBack_) {
+      handBack_ = false;
+      pending_ = true;
+      return false;
+    }
+    if (MonotonicNs() - sleptAtNs_ < kQuietNs) return false;
+    pending_ = true;
+    return true;
+  }
+  // Whether the wait about to start skips its spin.
+  bool pending() const { return pending_; }
+  // A wait starts: a hand-back not used by a send since the last wait has lapsed.
+  void Waiting() { handBack_ = false; }
+  // The waiting party goes to sleep in the kernel now.
+  void Sleeping() { sleptAtNs_ = MonotonicNs(); }
+  // The wait ended; `handedOff` when the peer that woke us marked us.
+  void Woken(bool handedOff) { handBack_ = handedOff; }
+  // The wait found its condition: the hand-off, if any, is done.
+  void Done() { pending_ = false; }
+
+ private:
+  std::int64_t sleptAtNs_ = INT64_MIN / 2;
+  bool pending_ = false;
+  bool handBack_ = false;
+};
+
 // Spins until `ready()` holds (true) or the budget's time is spent (false), adapting the budget.
 // The clock is read only every few rounds, and not at all by a spin that ends within its first
 // microsecond or so, which is how most hand-offs between busy parties end.
@@ -68,13 +122,16 @@ bool Spin(SpinBudget& budget, Ready& ready);
 
 // The caller's side of a doorbell: waits until `ready()` holds or `timeoutMs` passes. Returns
 // whether `ready()` held when it returned. `ready` reads shared words only (no system calls):
-// it runs in the spin loop.
+// it runs in the spin loop. Skips the spin while `handOff` says so; a wait that returns without
+// its condition (timeout, or a ring meant for another kind of wait) leaves the hand-off pending,
+// so the next wait does not spin on the processor the woken peer needs either.
 template <typename Ready>
-bool WaitOnBell(PartyBlock& self, SpinBudget& spin, Ready&& ready, int timeoutMs);
+bool WaitOnBell(PartyBlock& self, SpinBudget& spin, HandOff& handOff, Ready&& ready, int timeoutMs);
 
 // The other side: after publishing a change the peer may wait for, wakes it if it announced a
-// wait. Includes the full fence that pairs with the waiter's.
-void RingIfWaiting(PartyBlock& peer);
+// wait. Includes the full fence that pairs with the waiter's. A sender passes its HandOff, which
+// learns of the wake-up and may mark the peer.
+void RingIfWaiting(PartyBlock& peer, HandOff* handOff = nullptr);
 // Wakes the peer whether or not it announced a wait (attach, detach, abandoned message).
 void RingAlways(PartyBlock& peer);
 
@@ -120,19 +177,25 @@ bool Spin(SpinBudget& budget, Ready& ready) {
 }
 
 template <typename Ready>
-bool WaitOnBell(PartyBlock& self, SpinBudget& spin, Ready&& ready, int timeoutMs) {
-  if (ready()) return true;
-  if (SpinWorthwhile() && Spin(spin, ready)) return true;
+bool WaitOnBell(PartyBlock& self, SpinBudget& spin, HandOff& handOff, Ready&& ready,
+                int timeoutMs) {
+  handOff.Waiting();
+  if (ready() || (SpinWorthwhile() && !handOff.pending() && Spin(spin, ready))) {
+    handOff.Done();
+    return true;
+  }
   if (timeoutMs <= 0) return false;
   const std::uint32_t bell = self.bell.load(std::memory_order_acquire);
   self.waiting.store(1, std::memory_order_relaxed);
   FullFence();
   bool done = ready();
   if (!done) {
+    handOff.Sleeping();
     FutexWait(&self.bell, bell, timeoutMs);
     done = ready();
   }
-  self.waiting.store(0, std::memory_order_relaxed);
+  handOff.Woken(self.waiting.exchange(0, std::memory_order_relaxed) == kWaitingHandedOff);
+  if (done) handOff.Done();
   return done;
 }
 
