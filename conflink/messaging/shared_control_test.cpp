@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include "conflink/messaging/testing/hex.h"
+
 #include <functional>
 #include <sstream>
 #include <string>
@@ -15,18 +17,9 @@
 
 namespace {
 
-using conflink::testing::Fake;
+using conflink::testing::hex;
 
-std::string hex(const std::string& bytes) {
-  static const char* digits = "0123456789abcdef";
-  std::string out;
-  for (unsigned char c : bytes) {
-    if (!out.empty()) out += ' ';
-    out += digits[c >> 4];
-    out += digits[c & 15];
-  }
-  return out;
-}
+using conflink::testing::Fake;
 
 std::string show(unsigned long long v) {
   return std::to_string(v);

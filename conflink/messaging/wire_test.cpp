@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include "conflink/messaging/testing/hex.h"
+
 #include <cmath>
 #include <functional>
 #include <limits>
@@ -14,16 +16,7 @@
 namespace conflink::wire {
 namespace {
 
-std::string hex(const std::string& bytes) {
-  static const char* digits = "0123456789abcdef";
-  std::string out;
-  for (unsigned char c : bytes) {
-    if (!out.empty()) out += ' ';
-    out += digits[c >> 4];
-    out += digits[c & 15];
-  }
-  return out;
-}
+using conflink::testing::hex;
 
 template <class... A>
 std::string encode(const A&... values) {
