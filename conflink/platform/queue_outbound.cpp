@@ -60,6 +60,16 @@ int Outbound::Send(int type, const std::string& buffer, std::string& error) {
   bool waiting = false;
   std::uint32_t lastTail = 0;
   std::int64_t progressAt = 0;
+  // Moves whatever the peer sent into local memory; false when that memory cannot be had.
+  auto keepInboundMoving = [&] {
+    try {
+      in_.Pump(SIZE_MAX);
+      return true;
+    } catch (const std::bad_alloc&) {
+      error = "out of memory keeping inbound messages while waiting to send";
+      return false;
+    }
+  };
 
   while (!published || sent < total) {
     const std::uint32_t head = producer.head.load(std::memory_order_relaxed);
@@ -98,6 +108,9 @@ int Outbound::Send(int type, const std::string& buffer, std::string& error) {
         peerSeen = true;
         peerWord = view.word;
       }
+      // A message that goes in fragments depends on the peer taking; take what it sent us first,
+      // so that its own sends never wait on ours, however quickly it reads.
+      if (in_.RingHasData() && !keepInboundMoving()) return GiveUp(seq, published, kQueueNoMemory);
       chunk = std::min(remaining, space);
       write = chunk >= std::min(remaining, MinFragment(capacity)) && chunk > 0;
     }
@@ -128,12 +141,7 @@ int Outbound::Send(int type, const std::string& buffer, std::string& error) {
               std::to_string(total) + " bytes given up (" + std::to_string(sent) + " sent)";
       return GiveUp(seq, published, kQueuePeerStalled);
     }
-    try {
-      in_.Pump(SIZE_MAX);
-    } catch (const std::bad_alloc&) {
-      error = "out of memory keeping inbound messages while waiting to send";
-      return GiveUp(seq, published, kQueueNoMemory);
-    }
+    if (!keepInboundMoving()) return GiveUp(seq, published, kQueueNoMemory);
     const std::uint32_t need = kRecordHeaderBytes + std::min(remaining, MinFragment(capacity));
     WaitOnBell(
         a_.self(), spin_, handOff_,

@@ -226,7 +226,8 @@ TEST(QueueTransfer, OneReusedBufferGetsEveryMessageExactlyAndInOrder) {
   };
   for (int i = 0; i < kEarly; ++i) ASSERT_EQ(send(i), kQueueOk);
 
-  // More than b's ring holds, while a takes nothing: b takes the early messages as it waits.
+  // More than b's ring holds: b takes the early messages before its first fragment, however
+  // quickly a reads.
   int sent = kQueueEmpty;
   std::thread blocked([&] {
     std::string big = Pattern(4 * cap, 9);
