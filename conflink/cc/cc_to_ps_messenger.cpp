@@ -2,6 +2,7 @@
 
 #include <conflink/cc/cc_catalogue.h>
 #include <conflink/messaging/dispatch.h>
+#include <conflink/messaging/message_text.h>
 #include <conflink/messaging/messenger_support.h>
 #include <conflink/messaging/shared_catalogue.h>
 #include <conflink/messaging/shared_control_impl.h>
@@ -39,6 +40,14 @@ constexpr auto kCases = conflink::dispatch::table<M, msg::kCcLinkLastType + 1>(
     conflink::dispatch::sharedEntries<M>());
 
 }  // namespace
+
+std::string conflink::msg::DescribeCcLinkMessage(int type, const char* data, size_t length) {
+  return conflink::dispatch::describe(kCases, type, data, length);
+}
+
+std::vector<conflink::MessageName> conflink::msg::CcLinkMessages() {
+  return conflink::dispatch::catalogue(kCases);
+}
 
 CCToPSMessenger::CCToPSMessenger(int queueNumber)
     : SohoMessenger(queueNumber), mark_(conflink::kCcLinkMark) {}

@@ -9,10 +9,11 @@
 #include <conflink/messaging/shared_control.h>
 #include <conflink/messaging/soho_messenger.h>
 
-class CCToPSMessenger : public SohoMessenger,
-                        public SharedControl<CCToPSMessenger>,  // BothToPsInterface, PsToBothInterface
-                        public CcToPsInterface,
-                        public PsToCcInterface {
+class CCToPSMessenger
+    : public SohoMessenger,
+      public SharedControl<CCToPSMessenger>,  // BothToPsInterface, PsToBothInterface
+      public CcToPsInterface,
+      public PsToCcInterface {
  public:
   // Does not connect; call Connect. Everything this messenger sends carries the mark 0.
   explicit CCToPSMessenger(int queueNumber);

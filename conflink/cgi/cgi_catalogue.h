@@ -1,6 +1,12 @@
 // Type numbers of the web front end's link, by direction.
 #pragma once
 
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include <conflink/messaging/types.h>
+
 namespace conflink::msg {
 
 namespace cgi_to_ps {
@@ -11,5 +17,12 @@ constexpr int kUnused11 = 11;
 // Lowest and highest type numbers the web front end's link dispatches.
 constexpr int kCgiLinkFirstType = 2;
 constexpr int kCgiLinkLastType = 287;
+
+// A buffer of this link as the queue carries it (payload, then the 4-byte link mark), as one
+// line of text: the message's name and its arguments as the receiving messenger decodes them,
+// or why it would not be handled.
+std::string DescribeCgiLinkMessage(int type, const char* data, size_t length);
+// The messages this link's messenger receives, in type order.
+std::vector<MessageName> CgiLinkMessages();
 
 }  // namespace conflink::msg

@@ -2,6 +2,7 @@
 
 #include <conflink/cgi/cgi_catalogue.h>
 #include <conflink/messaging/dispatch.h>
+#include <conflink/messaging/message_text.h>
 #include <conflink/messaging/messenger_support.h>
 #include <conflink/messaging/shared_catalogue.h>
 #include <conflink/messaging/shared_control_impl.h>
@@ -32,6 +33,14 @@ constexpr int kPollTries = 20;
 constexpr unsigned long kPollPauseMs = 250;
 
 }  // namespace
+
+std::string conflink::msg::DescribeCgiLinkMessage(int type, const char* data, size_t length) {
+  return conflink::dispatch::describe(kCases, type, data, length);
+}
+
+std::vector<conflink::MessageName> conflink::msg::CgiLinkMessages() {
+  return conflink::dispatch::catalogue(kCases);
+}
 
 CGIToPSMessenger::CGIToPSMessenger(int queueNumber)
     : SohoMessenger(queueNumber), mark_(conflink::kCgiLinkMark) {}

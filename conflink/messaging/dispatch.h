@@ -17,6 +17,7 @@
 #include <type_traits>
 
 #include <conflink/messaging/codec.h>
+#include <conflink/messaging/text.h>
 #include <conflink/messaging/types.h>
 #include <conflink/messaging/wire.h>
 
@@ -27,10 +28,15 @@ namespace conflink::dispatch {
 template <class M>
 using Decoder = bool (*)(M& m, wire::Reader& r, PSProtocolType link);
 
+// Decodes a payload as a handler's arguments and appends them to `out` as "(a, b, c)", for logs
+// and tools; false when the payload did not decode (the reader then says why).
+using Renderer = bool (*)(wire::Reader& r, std::string& out);
+
 template <class M>
 struct Case {
   const char* name = nullptr;   // null: no case for this type
   Decoder<M> decode = nullptr;  // null with a name: accepted and dropped on purpose
+  Renderer render = nullptr;    // set whenever decode is
 };
 
 template <class M>
@@ -67,13 +73,40 @@ struct MemberFunction;
 template <class C, class R, class... A>
 struct MemberFunction<R (C::*)(A...)> {
   using Class = C;
+  using Locals = std::tuple<typename Local<A>::type...>;
+
+  // Reads every argument, left to right in wire order (a comma fold); false when the payload ran
+  // short.
+  static bool readAll(wire::Reader& r, Locals& locals, PSProtocolType link) {
+    std::apply([&](auto&... l) { (Local<A>::read(r, l, link), ...); }, locals);
+    return r.ok();
+  }
+
   template <class M, auto Pmf>
   static bool decodeAndCall(M& m, wire::Reader& r, PSProtocolType link) {
-    std::tuple<typename Local<A>::type...> locals;
-    // The comma fold reads the arguments left to right, in wire order.
-    std::apply([&](auto&... l) { (Local<A>::read(r, l, link), ...); }, locals);
-    if (!r.ok()) return false;
+    Locals locals;
+    if (!readAll(r, locals, link)) return false;
     std::apply([&](auto&... l) { (static_cast<C&>(m).*Pmf)(Local<A>::get(l)...); }, locals);
+    return true;
+  }
+
+  // The arguments as the handler would see them; the link mark is not among them, since it comes
+  // from the trailer and not the payload.
+  static bool render(wire::Reader& r, std::string& out) {
+    Locals locals;
+    if (!readAll(r, locals, PSProtocolType{})) return false;
+    out += '(';
+    const char* separator = "";
+    auto one = [&](auto& l) {
+      using Held = std::decay_t<decltype(l)>;
+      if constexpr (!std::is_same_v<Held, PSProtocolType>) {
+        out += separator;
+        wire::render(out, l);
+        separator = ", ";
+      }
+    };
+    std::apply([&](auto&... l) { (one(l), ...); }, locals);
+    out += ')';
     return true;
   }
 };
@@ -81,12 +114,13 @@ struct MemberFunction<R (C::*)(A...)> {
 // An entry whose payload is decoded into the arguments of handler `Pmf`.
 template <auto Pmf, class M>
 constexpr Entry<M> on(int type, const char* name) {
-  return {type, {name, &MemberFunction<decltype(Pmf)>::template decodeAndCall<M, Pmf>}};
+  using F = MemberFunction<decltype(Pmf)>;
+  return {type, {name, &F::template decodeAndCall<M, Pmf>, &F::render}};
 }
 // An entry whose message is accepted and dropped without decoding or calling a handler.
 template <class M>
 constexpr Entry<M> drop(int type, const char* name) {
-  return {type, {name, nullptr}};
+  return {type, {name, nullptr, nullptr}};
 }
 
 // The dense table indexed by type, from the link's own entries and the entries both links share.
@@ -116,6 +150,12 @@ inline PSProtocolType trailer(const char* data, size_t length) {
   return static_cast<PSProtocolType>(r.i32());
 }
 
+// The report of a payload that did not decode, naming the message and what ran short.
+inline std::string malformed(int type, const char* name, size_t payload, const wire::Reader& r) {
+  return "Malformed message " + std::to_string(type) + " (" + name + ", " +
+         std::to_string(payload) + " payload bytes): " + r.describe();
+}
+
 // The body of DispatchMessage for both messengers.
 //  - a type outside the table: false, nothing reported.
 //  - 3 bytes or fewer: `Error(wrongFormat)`, true, no handler.
@@ -138,9 +178,7 @@ bool frame(M& m, const std::array<Case<M>, N>& cases, int type, const char* data
   const size_t payload = static_cast<size_t>(length) - 4;
   wire::Reader r(data, payload);
   if (!c.decode(m, r, trailer(data, static_cast<size_t>(length)))) {
-    const std::string why = "Malformed message " + std::to_string(type) + " (" + c.name + ", " +
-                            std::to_string(payload) + " payload bytes): " + r.describe();
-    m.Error(why.c_str());
+    m.Error(malformed(type, c.name, payload, r).c_str());
   }
   return true;
 }

@@ -3,6 +3,9 @@
 #include <conflink/cc/cc_to_ps_messenger.h>
 #include <conflink/cgi/cgi_to_ps_messenger.h>
 
+#include <conflink/cc/cc_catalogue.h>
+#include <conflink/cgi/cgi_catalogue.h>
+
 #include <gtest/gtest.h>
 
 #include "conflink/messaging/testing/hex.h"
@@ -373,6 +376,30 @@ TEST_F(SharedControlTest, EveryTruncationOfEveryPayloadIsRefusedWithOneError) {
       EXPECT_TRUE(receive<CgiProbe>(shorter, &errors).empty()) << c.name << " cut at " << cut;
       ASSERT_EQ(errors.size(), 1u) << c.name << " cut at " << cut;
       EXPECT_NE(errors[0].find(std::string("(") + c.name), std::string::npos) << errors[0];
+      EXPECT_EQ(conflink::msg::DescribeCgiLinkMessage(shorter.type, shorter.buffer.data(),
+                                                      shorter.buffer.size()),
+                errors[0])
+          << "a description tells what the receiver reports";
+    }
+  }
+}
+
+TEST_F(SharedControlTest, EitherLinkDescribesWhatEitherSenderSent) {
+  for (const SharedCase& c : sharedCases()) {
+    for (bool fromCc : {true, false}) {
+      CcProbe cc;
+      CgiProbe cgi;
+      const auto m = fromCc ? sentBy(cc, c.send) : sentBy(cgi, c.send);
+      const std::string onCc =
+          conflink::msg::DescribeCcLinkMessage(m.type, m.buffer.data(), m.buffer.size());
+      const std::string onCgi =
+          conflink::msg::DescribeCgiLinkMessage(m.type, m.buffer.data(), m.buffer.size());
+      EXPECT_EQ(onCc, onCgi) << c.name;
+      const std::string where =
+          "[type " + std::to_string(c.type) + ", mark " + (fromCc ? "0" : "2") + "]";
+      EXPECT_EQ(onCc.rfind(where), onCc.size() - where.size()) << onCc;
+      const std::string opening = std::string(c.name) + (c.call.empty() ? ": accepted" : "(");
+      EXPECT_EQ(onCc.find(opening), 0u) << onCc;
     }
   }
 }

@@ -13,19 +13,48 @@
 
 namespace conflink::dispatch {
 
-// The opaque parameter block of SendConferenceParam: its size travels before it, so it is copied
-// into a block of size + 1 bytes (never null, even for size 0) that lives while the handler runs.
-// The size is checked against the payload before anything is allocated.
+// The payload of SendConferenceParam: the block's size travels before it, and the block is
+// viewed in place; reading checks the size against the payload.
+struct ConferenceParamBlock {
+  unsigned long long id = 0;
+  ConferenceParamType param{};
+  uint32_t size = 0;
+  const char* bytes = nullptr;
+
+  bool read(wire::Reader& r) {
+    id = r.u64();
+    param = static_cast<ConferenceParamType>(r.i32());
+    size = r.u32();
+    bytes = r.bytes(size);
+    return r.ok();
+  }
+};
+
+// The handler gets a copy of the block in size + 1 bytes (never null, even for size 0) that lives
+// while it runs. Nothing is allocated before the size has been checked.
 template <class M>
 bool decodeSendConferenceParam(M& m, wire::Reader& r, PSProtocolType) {
-  const unsigned long long id = r.u64();
-  const auto param = static_cast<ConferenceParamType>(r.i32());
-  const uint32_t size = r.u32();
-  const char* bytes = r.bytes(size);
-  if (!r.ok()) return false;
-  std::unique_ptr<char[]> block(new char[static_cast<size_t>(size) + 1]);
-  if (size != 0) std::memcpy(block.get(), bytes, size);
-  static_cast<BothToPsInterface&>(m).OnSendConferenceParam(id, param, size, block.get());
+  ConferenceParamBlock p;
+  if (!p.read(r)) return false;
+  std::unique_ptr<char[]> block(new char[static_cast<size_t>(p.size) + 1]);
+  if (p.size != 0) std::memcpy(block.get(), p.bytes, p.size);
+  static_cast<BothToPsInterface&>(m).OnSendConferenceParam(p.id, p.param, p.size, block.get());
+  return true;
+}
+
+// The same message as text, the block as hex.
+inline bool renderSendConferenceParam(wire::Reader& r, std::string& out) {
+  ConferenceParamBlock p;
+  if (!p.read(r)) return false;
+  out += '(';
+  wire::render(out, p.id);
+  out += ", ";
+  wire::render(out, p.param);
+  out += ", ";
+  wire::render(out, p.size);
+  out += ", ";
+  wire::render(out, wire::RawBytes{p.bytes, p.size});
+  out += ')';
   return true;
 }
 
@@ -64,7 +93,8 @@ constexpr std::array<Entry<M>, 22> sharedEntries() {
       on<&BothToPsInterface::OnAuthorizationPassed, M>(rep::kAuthorizationPassed,
                                                        "AuthorizationPassed"),
       on<&BothToPsInterface::OnConferenceLocked, M>(rep::kConferenceLocked, "ConferenceLocked"),
-      Entry<M>{rep::kSendConferenceParam, {"SendConferenceParam", &decodeSendConferenceParam<M>}},
+      Entry<M>{rep::kSendConferenceParam,
+               {"SendConferenceParam", &decodeSendConferenceParam<M>, &renderSendConferenceParam}},
   }};
 }
 

@@ -28,4 +28,12 @@ namespace conflink {
 // The marks each messenger appends to what it sends.
 constexpr PSProtocolType kCcLinkMark = static_cast<PSProtocolType>(0);
 constexpr PSProtocolType kCgiLinkMark = static_cast<PSProtocolType>(2);
+
+// One entry of a link's catalogue of the messages its messenger receives.
+struct MessageName {
+  int type;
+  const char* name;
+  bool handled;  // false: accepted and dropped without a handler
+};
+
 }  // namespace conflink

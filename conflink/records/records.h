@@ -6,4 +6,5 @@
 #include <conflink/records/config_records.h>
 #include <conflink/records/record_codecs.h>
 #include <conflink/records/record_fields.h>
+#include <conflink/records/record_text.h>
 #include <conflink/records/status_records.h>
