@@ -83,7 +83,8 @@ class Table {
 
  private:
   static bool Numeric(const std::string& cell) {
-    return !cell.empty() && cell.find_first_not_of("0123456789-") == std::string::npos;
+    return cell.find_first_of("0123456789") != std::string::npos &&
+           cell.find_first_not_of("0123456789-") == std::string::npos;
   }
   std::vector<std::vector<std::string>> rows_;
 };

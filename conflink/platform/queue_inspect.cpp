@@ -408,6 +408,12 @@ bool InspectQueue(const std::string& objectName, QueueReport& report, std::strin
   report.objectBytes = st.st_size > 0 ? static_cast<std::uint64_t>(st.st_size) : 0;
   report.ownerUid = static_cast<std::uint32_t>(st.st_uid);
   report.mode = static_cast<std::uint32_t>(st.st_mode & 07777);
+  if (report.ownerUid != static_cast<std::uint32_t>(geteuid()) || (report.mode & 0077) != 0)
+    report.findings.push_back("the object belongs to user " + std::to_string(report.ownerUid) +
+                              " with mode " + std::to_string(report.mode >> 6 & 7) +
+                              std::to_string(report.mode >> 3 & 7) +
+                              std::to_string(report.mode & 7) +
+                              ": parties refuse an object of another user or open to others");
   for (int p = 0; p < 2; ++p) {
     std::string why;
     report.place[p].alive = PlaceHeld(fd.get(), p, why);
