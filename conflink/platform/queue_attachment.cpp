@@ -14,6 +14,7 @@
 #include <vector>
 
 #include <conflink/platform/cyclic_message_queue.h>
+#include <conflink/platform/queue_locks.h>
 #include <conflink/platform/queue_wait.h>
 
 namespace conflink {
@@ -42,37 +43,12 @@ std::string QueueObjectName(int queueNumber, const char* keyPath) {
 namespace conflink::queue {
 namespace {
 
-constexpr off_t kMutexByte = 0;
 constexpr int kMutexWaitMs = 3000;
-off_t PlaceByte(int place) {
-  return 1 + place;
-}
-
-bool SetLock(int fd, short type, off_t byte) {
-  struct flock lock {};
-  lock.l_type = type;
-  lock.l_whence = SEEK_SET;
-  lock.l_start = byte;
-  lock.l_len = 1;
-  return fcntl(fd, F_OFD_SETLK, &lock) == 0;
-}
-
-// Whether another open of the object holds a lock on `byte`. An error (the kernel cannot say)
-// counts as held, which keeps a peer that may be alive from being declared gone.
-bool HeldElsewhere(int fd, off_t byte) {
-  struct flock lock {};
-  lock.l_type = F_WRLCK;
-  lock.l_whence = SEEK_SET;
-  lock.l_start = byte;
-  lock.l_len = 1;
-  if (fcntl(fd, F_OFD_GETLK, &lock) != 0) return true;
-  return lock.l_type != F_UNLCK;
-}
 
 bool AcquireMutex(int fd, int waitMs) {
   const std::int64_t deadline = MonotonicMs() + waitMs;
   for (;;) {
-    if (SetLock(fd, F_WRLCK, kMutexByte)) return true;
+    if (SetByteLock(fd, F_WRLCK, kBookkeepingLockByte)) return true;
     if (errno != EAGAIN && errno != EACCES && errno != EINTR) return false;
     if (MonotonicMs() >= deadline) return false;
     usleep(1000);
@@ -168,8 +144,8 @@ bool Attachment::RingsEmpty() const {
 // The free place to take, or -1. With both free, the place that receives what is queued: what
 // a party sent while alone is meant for whoever comes next as its peer.
 int Attachment::ChoosePlace() {
-  const bool free0 = !HeldElsewhere(fd_, PlaceByte(0));
-  const bool free1 = !HeldElsewhere(fd_, PlaceByte(1));
+  const bool free0 = !ByteLockHeldElsewhere(fd_, PlaceLockByte(0));
+  const bool free1 = !ByteLockHeldElsewhere(fd_, PlaceLockByte(1));
   if (free0 && free1) return !RingEmpty(0) && RingEmpty(1) ? 1 : 0;
   return free0 ? 0 : free1 ? 1 : -1;
 }
@@ -213,7 +189,8 @@ bool Attachment::Open(int queueNumber, const char* keyPath, std::uint32_t capaci
     return false;
   }
 
-  const bool anyoneAttached = HeldElsewhere(fd_, PlaceByte(0)) || HeldElsewhere(fd_, PlaceByte(1));
+  const bool anyoneAttached =
+      ByteLockHeldElsewhere(fd_, PlaceLockByte(0)) || ByteLockHeldElsewhere(fd_, PlaceLockByte(1));
   bool fresh = st.st_size == 0;
   if (!fresh) {
     std::uint32_t header[4] = {};
@@ -258,7 +235,7 @@ bool Attachment::Open(int queueNumber, const char* keyPath, std::uint32_t capaci
   }
 
   place_ = ChoosePlace();
-  if (place_ < 0 || !SetLock(fd_, F_WRLCK, PlaceByte(place_))) {
+  if (place_ < 0 || !SetByteLock(fd_, F_WRLCK, PlaceLockByte(place_))) {
     error = "both places of the queue are taken";
     place_ = -1;
     Release();
@@ -268,13 +245,14 @@ bool Attachment::Open(int queueNumber, const char* keyPath, std::uint32_t capaci
   // The records before the current head were written by earlier holders of our place; the peer
   // uses this mark to end their stream before it reports us as arrived.
   const std::uint32_t peerWord = peer().attach.load(std::memory_order_acquire);
-  peerAtAttach_ = {peerWord, Attached(peerWord) && HeldElsewhere(fd_, PlaceByte(1 - place_))};
+  peerAtAttach_ = {peerWord,
+                   Attached(peerWord) && ByteLockHeldElsewhere(fd_, PlaceLockByte(1 - place_))};
   ProducerBlock& out = outProducer();
   out.epochStart.store(out.head.load(std::memory_order_relaxed), std::memory_order_relaxed);
   const std::uint32_t word = self().attach.load(std::memory_order_relaxed);
   self().attach.store(((Generation(word) + 1) << 1) | 1u, std::memory_order_release);
   RingAlways(peer());
-  SetLock(fd_, F_UNLCK, kMutexByte);
+  SetByteLock(fd_, F_UNLCK, kBookkeepingLockByte);
   Register(this);
   return true;
 }
@@ -287,10 +265,10 @@ void Attachment::Close() {
     const std::uint32_t word = self().attach.load(std::memory_order_relaxed);
     self().attach.store(word & ~1u, std::memory_order_release);
     RingAlways(peer());
-    SetLock(fd_, F_UNLCK, PlaceByte(place_));
+    SetByteLock(fd_, F_UNLCK, PlaceLockByte(place_));
     struct stat st {};
     if (locked && fstat(fd_, &st) == 0 && st.st_nlink > 0 &&
-        !HeldElsewhere(fd_, PlaceByte(1 - place_)) && RingsEmpty())
+        !ByteLockHeldElsewhere(fd_, PlaceLockByte(1 - place_)) && RingsEmpty())
       shm_unlink(name_.c_str());
   }
   place_ = -1;
@@ -318,7 +296,7 @@ PeerView Attachment::ObservePeer(Liveness how) {
   if (how == Liveness::kKnown && word == checkedWord_) return {word, checkedAlive_};
   const std::int64_t now = MonotonicMs();
   if (how == Liveness::kAsk || word != checkedWord_ || now - checkedAt_ >= kLivenessRecheckMs) {
-    checkedAlive_ = HeldElsewhere(fd_, PlaceByte(1 - place_));
+    checkedAlive_ = ByteLockHeldElsewhere(fd_, PlaceLockByte(1 - place_));
     checkedWord_ = word;
     checkedAt_ = now;
   }

@@ -15,17 +15,12 @@
 
 #include <conflink/platform/cyclic_message_queue.h>
 #include <conflink/platform/queue_layout.h>
+#include <conflink/platform/queue_locks.h>
 #include <conflink/platform/queue_ring.h>
 
 namespace conflink::queue {
 namespace {
 
-// The lock bytes of the object, as queue_attachment.h lays them out: byte 0 serialises attaching
-// and leaving, byte 1 + p is held by the party in place p while it is attached.
-constexpr off_t kBookkeepingByte = 0;
-off_t PlaceLockByte(int place) {
-  return static_cast<off_t>(1 + place);
-}
 // How long an inspection or removal waits for a party to finish attaching or leaving.
 constexpr int kBookkeepingWaitMs = 1000;
 // Records counted per ring at most, so that an inspection holding the bookkeeping lock stays
@@ -148,14 +143,7 @@ class BookkeepingHold {
   bool held() const { return held_; }
 
  private:
-  bool Set(short type) {
-    struct flock lock {};
-    lock.l_type = type;
-    lock.l_whence = SEEK_SET;
-    lock.l_start = kBookkeepingByte;
-    lock.l_len = 1;
-    return fcntl(fd_, F_OFD_SETLK, &lock) == 0;
-  }
+  bool Set(short type) { return SetByteLock(fd_, type, kBookkeepingLockByte); }
   int fd_;
   bool held_ = false;
 };
@@ -164,16 +152,12 @@ class BookkeepingHold {
 // When the kernel cannot say, the place counts as held (so that a removal is refused) and `why`
 // says so.
 bool PlaceHeld(int fd, int place, std::string& why) {
-  struct flock lock {};
-  lock.l_type = F_WRLCK;
-  lock.l_whence = SEEK_SET;
-  lock.l_start = PlaceLockByte(place);
-  lock.l_len = 1;
-  if (fcntl(fd, F_OFD_GETLK, &lock) != 0) {
+  bool failed = false;
+  const bool held = ByteLockHeldElsewhere(fd, PlaceLockByte(place), &failed);
+  if (failed) {
     why = SystemError("cannot ask the kernel about the lock of place " + std::to_string(place));
-    return true;
   }
-  return lock.l_type != F_UNLCK;
+  return held;
 }
 
 std::string Place(int p) {
