@@ -1,0 +1,150 @@
+// conflink_decode: shows what a buffer of the call-control or web front end's link says, as the
+// receiving messenger would decode it. For reading captured traffic, log lines and the bytes a
+// failing test printed.
+//
+//   conflink_decode [--link cc|cgi] TYPE HEX...   one buffer: payload, then the 4-byte link mark
+//   conflink_decode [--link cc|cgi] -             lines of "TYPE HEX..." from standard input
+//   conflink_decode [--link cc|cgi] --list        the messages the link's messenger receives
+//
+// HEX may be split over several arguments and may contain spaces, colons and a leading 0x; TYPE is
+// decimal or 0x-prefixed hex. Exit status: 0 when every buffer was read, 1 when some input was not
+// a type and hex bytes, 2 on a usage error.
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <conflink/cc/cc_catalogue.h>
+#include <conflink/cgi/cgi_catalogue.h>
+
+namespace {
+
+const char kUsage[] =
+    "usage: conflink_decode [--link cc|cgi] TYPE HEX...\n"
+    "       conflink_decode [--link cc|cgi] -        (lines of TYPE HEX... on standard input)\n"
+    "       conflink_decode [--link cc|cgi] --list\n"
+    "HEX is the buffer as the queue carries it: the payload, then the 4-byte link mark.\n";
+
+int digit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+// Hex pairs, ignoring spaces, colons and 0x prefixes; false with a reason on anything else.
+bool parseHex(const std::string& text, std::string& out, std::string& error) {
+  out.clear();
+  int high = -1;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (c == ' ' || c == ':' || c == '\t') continue;
+    if (c == '0' && i + 1 < text.size() && (text[i + 1] == 'x' || text[i + 1] == 'X') && high < 0) {
+      ++i;
+      continue;
+    }
+    const int d = digit(c);
+    if (d < 0) {
+      error = std::string("'") + c + "' at position " + std::to_string(i) + " is not a hex digit";
+      return false;
+    }
+    if (high < 0) {
+      high = d;
+    } else {
+      out += static_cast<char>(high * 16 + d);
+      high = -1;
+    }
+  }
+  if (high >= 0) {
+    error = "odd number of hex digits";
+    return false;
+  }
+  return true;
+}
+
+bool parseType(const std::string& text, int& type, std::string& error) {
+  errno = 0;
+  char* end = nullptr;
+  const long long v = std::strtoll(text.c_str(), &end, 0);
+  // Queue events are written as 0x80000000 and 0x80000001: take the 32-bit pattern.
+  if (text.empty() || *end != '\0' || errno != 0 || v < -2147483648LL || v > 0xffffffffLL) {
+    error = "'" + text + "' is not a message type";
+    return false;
+  }
+  type = static_cast<int>(static_cast<unsigned int>(v & 0xffffffffLL));
+  return true;
+}
+
+using Describe = std::string (*)(int, const char*, size_t);
+
+// Describes one "TYPE HEX..." input; false (with the reason on stderr) when it is not one.
+bool decodeOne(Describe describe, const std::string& typeText, const std::string& hexText,
+               const std::string& where) {
+  int type = 0;
+  std::string buffer;
+  std::string error;
+  if (!parseType(typeText, type, error) || !parseHex(hexText, buffer, error)) {
+    std::cerr << "conflink_decode: " << where << error << '\n';
+    return false;
+  }
+  std::cout << describe(type, buffer.data(), buffer.size()) << '\n';
+  return true;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::vector<std::string> args(argv + 1, argv + argc);
+  bool cgi = false;
+  for (size_t i = 0; i < args.size(); ++i) {
+    if (args[i] != "--link") continue;
+    if (i + 1 == args.size() || (args[i + 1] != "cc" && args[i + 1] != "cgi")) {
+      std::cerr << "conflink_decode: --link takes cc or cgi\n" << kUsage;
+      return 2;
+    }
+    cgi = args[i + 1] == "cgi";
+    args.erase(args.begin() + static_cast<long>(i), args.begin() + static_cast<long>(i) + 2);
+    break;
+  }
+  if (args.empty() || args[0] == "--help" || args[0] == "-h") {
+    std::cout << kUsage;
+    return args.empty() ? 2 : 0;
+  }
+  const Describe describe =
+      cgi ? &conflink::msg::DescribeCgiLinkMessage : &conflink::msg::DescribeCcLinkMessage;
+
+  if (args[0] == "--list") {
+    for (const conflink::MessageName& m :
+         cgi ? conflink::msg::CgiLinkMessages() : conflink::msg::CcLinkMessages()) {
+      if (m.handled) {
+        std::printf("%5d  %s\n", m.type, m.name);
+      } else {
+        std::printf("%5d  %-28s (accepted and dropped without a handler)\n", m.type, m.name);
+      }
+    }
+    return 0;
+  }
+
+  if (args[0] == "-") {
+    bool allRead = true;
+    std::string line;
+    for (int number = 1; std::getline(std::cin, line); ++number) {
+      std::istringstream fields(line);
+      std::string typeText;
+      if (!(fields >> typeText) || typeText[0] == '#') continue;  // blank or comment
+      std::string rest;
+      std::getline(fields, rest);
+      allRead =
+          decodeOne(describe, typeText, rest, "line " + std::to_string(number) + ": ") && allRead;
+    }
+    return allRead ? 0 : 1;
+  }
+
+  std::string hex;
+  for (size_t i = 1; i < args.size(); ++i) hex += args[i];
+  return decodeOne(describe, args[0], hex, "") ? 0 : 1;
+}
