@@ -1,9 +1,13 @@
-// A conference server (PS) and a call-control process (CC) talking through a real queue.
+// A conference server (PS), a call-control process (CC) and a web front end (CGI), as three
+// processes talking through two real queues.
 //
-// The program forks: the child plays CC, connects, waits for the server and asks it to initialise
-// itself; the parent plays PS, learns of the peer's arrival, handles the request and sees the peer
-// leave.
-// Everything is bounded in time, and the queue object is gone when both have left.
+// The program forks twice. The CC child connects, waits for the server, asks it to initialise
+// and to dial out a party, and waits for the answer. The CGI child connects and at once asks the
+// server to add a participant: the request waits in the queue until the server is there. The
+// parent plays PS on both links: it prints every message it receives as text, as a PS
+// developer would log them, answers each request with Success on the link it came on, and ends
+// when both clients have left. Everything is bounded in time, and the queue objects are gone when
+// the program ends.
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -11,40 +15,101 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 #include <thread>
 
+#include <conflink/cc/cc_catalogue.h>
+#include <conflink/cgi/cgi_catalogue.h>
 #include <conflink/conflink.h>
 
 namespace {
 
 constexpr int kConnectTries = 50;
 constexpr int kConnectPauseMs = 100;
+const PSSuccessType kDone = static_cast<PSSuccessType>(0);
 
-class DemoServer : public CCToPSMessenger {
+// ---- PS: one messenger per link, each logging what arrives and answering requests ----
+
+template <class Messenger>
+class ServerLink : public Messenger {
  public:
-  using CCToPSMessenger::CCToPSMessenger;
-  bool initiated = false;
-  bool peerLeft = false;
+  using Describe = std::string (*)(int, const char*, size_t);
+  ServerLink(int queueNumber, const char* name, Describe describe)
+      : Messenger(queueNumber), name_(name), describe_(describe) {}
+  bool clientLeft = false;
+  int answered = 0;
 
+  bool DispatchMessage(const int* type, const char* data, int length) override {
+    std::printf("PS <- %s: %s\n", name_,
+                describe_(*type, data, length > 0 ? static_cast<size_t>(length) : 0).c_str());
+    if (*type == conflink::kQueueEventPeerDisconnected) clientLeft = true;
+    return Messenger::DispatchMessage(type, data, length);
+  }
+  int OnDialOut(const unsigned long long& id, const ConfIDString&, const unsigned long long&,
+                PSProtocolType) override {
+    return answer(id);
+  }
+  int OnAddParticipant(const unsigned long long& id, const ConfIDString&, const unsigned long long&,
+                       const ConferenceUser&, PSProtocolType) override {
+    return answer(id);
+  }
+
+ private:
+  int answer(const unsigned long long& id) {
+    const int sent = this->Success(id, kDone);
+    std::printf("PS -> %s: Success for request %llu (%s)\n", name_, id,
+                conflink::QueueResultText(sent));
+    ++answered;
+    return 0;
+  }
+  const char* name_;
+  Describe describe_;
+};
+
+// The CC link reports its queue events through PeerConnected/PeerDisconnected rather than
+// DispatchMessage.
+class ServerCcLink : public ServerLink<CCToPSMessenger> {
+ public:
+  ServerCcLink(int queueNumber)
+      : ServerLink(queueNumber, "CC", &conflink::msg::DescribeCcLinkMessage) {}
   void PSPeerConnected() override { std::printf("PS: call control attached\n"); }
   void PSPeerDisConnected() override {
     std::printf("PS: call control left\n");
-    peerLeft = true;
-  }
-  int OnInitiateConferenceServer(PSProtocolType link) override {
-    std::printf("PS: InitiateConferenceServer received on link %d\n", static_cast<int>(link));
-    initiated = true;
-    return 0;
+    clientLeft = true;
   }
 };
 
-// The CC end: waits until the server is attached, so the request is not left queued for a server
-// that has not started yet, then asks it to initialise.
+int runServer(int ccQueue, int cgiQueue) {
+  ServerCcLink cc(ccQueue);
+  ServerLink<CGIToPSMessenger> cgi(cgiQueue, "CGI", &conflink::msg::DescribeCgiLinkMessage);
+  if (!cc.Connect(kConnectTries, kConnectPauseMs) || !cgi.Connect(kConnectTries, kConnectPauseMs)) {
+    std::fprintf(stderr, "PS: could not connect to queues %d and %d\n", ccQueue, cgiQueue);
+    return 1;
+  }
+  std::printf("PS: serving call control on queue %d and the web front end on queue %d\n", ccQueue,
+              cgiQueue);
+  // One thread serves both links by polling each in turn and resting when neither had anything.
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (!(cc.clientLeft && cgi.clientLeft) && std::chrono::steady_clock::now() < deadline) {
+    const bool any = cc.ProcessMessageFromQueue(16) | cgi.ProcessMessageFromQueue(16);
+    if (!any) std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return cc.clientLeft && cgi.clientLeft && cc.answered == 1 && cgi.answered == 1 ? 0 : 1;
+}
+
+// ---- CC: waits for the server so that nothing is left queued for a server not yet started ----
+
 class DemoCallControl : public CCToPSMessenger {
  public:
   using CCToPSMessenger::CCToPSMessenger;
   bool serverAttached = false;
+  bool answered = false;
   void PSPeerConnected() override { serverAttached = true; }
+  int OnSuccess(const unsigned long long& id, PSSuccessType) override {
+    std::printf("CC: request %llu succeeded\n", id);
+    answered = true;
+    return 0;
+  }
 };
 
 int runCallControl(int queueNumber) {
@@ -54,51 +119,81 @@ int runCallControl(int queueNumber) {
     std::fprintf(stderr, "CC: could not connect to queue %d\n", queueNumber);
     return 1;
   }
-  std::printf("CC: connected to queue %d\n", queueNumber);
   while (!cc.serverAttached) {
     if (!cc.ProcessMessageFromQueue(16)) std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
   std::printf("CC: server attached\n");
-  const int sent = cc.InitiateConferenceServer();
-  std::printf("CC: InitiateConferenceServer sent (%s)\n", conflink::QueueResultText(sent));
-  std::fflush(stdout);
-  return sent > 0 ? 0 : 1;
+  const int initiated = cc.InitiateConferenceServer();
+  const int dialled = cc.DialOut(1, ConfIDString{"1001"}, 7);
+  std::printf("CC: InitiateConferenceServer and DialOut sent (%s, %s)\n",
+              conflink::QueueResultText(initiated), conflink::QueueResultText(dialled));
+  while (!cc.answered && cc.WaitForMessageAndDispatch() == 0) {
+  }
+  return initiated > 0 && dialled > 0 && cc.answered ? 0 : 1;
+}
+
+// ---- CGI: sends at once; the request waits in the queue for the server ----
+
+class DemoWebFrontEnd : public CGIToPSMessenger {
+ public:
+  using CGIToPSMessenger::CGIToPSMessenger;
+  bool answered = false;
+  int OnSuccess(const unsigned long long& id, PSSuccessType) override {
+    std::printf("CGI: request %llu succeeded\n", id);
+    answered = true;
+    return 0;
+  }
+};
+
+int runWebFrontEnd(int queueNumber) {
+  alarm(10);
+  DemoWebFrontEnd cgi(queueNumber);
+  if (!cgi.Connect(kConnectTries, kConnectPauseMs)) {
+    std::fprintf(stderr, "CGI: could not connect to queue %d\n", queueNumber);
+    return 1;
+  }
+  ConferenceUser user{};
+  user.id = 7001;
+  user.text1 = "Ada Lovelace";
+  user.text2 = "sip:ada@conf.example.com";
+  const int sent = cgi.AddParticipant(2, ConfIDString{"1001"}, 7001, user);
+  std::printf("CGI: AddParticipant sent (%s)\n", conflink::QueueResultText(sent));
+  // 0: something was dispatched (the server's arrival counts); otherwise the server is silent (2)
+  // or gone (1).
+  while (!cgi.answered && cgi.WaitForMessageAndDispatch() == 0) {
+  }
+  return sent > 0 && cgi.answered ? 0 : 1;
+}
+
+pid_t start(int (*run)(int), int queueNumber) {
+  const pid_t pid = fork();
+  if (pid == 0) {
+    std::fflush(stdout);
+    _exit(run(queueNumber));
+  }
+  return pid;
+}
+
+bool succeeded(pid_t pid, bool killFirst) {
+  if (pid <= 0) return false;
+  if (killFirst) kill(pid, SIGKILL);
+  int status = 0;
+  return waitpid(pid, &status, 0) == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  // Line by line, so that the two processes' lines appear in the order they happened.
+  // Line by line, so that the processes' lines appear in the order they happened.
   std::setvbuf(stdout, nullptr, _IOLBF, 0);
-  const int queueNumber = argc > 1 ? std::atoi(argv[1]) : 40000 + getpid() % 20000;
-  std::fflush(stdout);
-  const pid_t child = fork();
-  if (child < 0) {
-    std::perror("fork");
-    return 1;
-  }
-  if (child == 0) _exit(runCallControl(queueNumber));
-
-  int status = 1;
-  {
-    DemoServer ps(queueNumber);
-    if (ps.Connect(kConnectTries, kConnectPauseMs)) {
-      std::printf("PS: connected to queue %d\n", queueNumber);
-      const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-      while (!(ps.initiated && ps.peerLeft) && std::chrono::steady_clock::now() < deadline) {
-        if (!ps.ProcessMessageFromQueue(16)) {
-          std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
-      }
-      status = ps.initiated && ps.peerLeft ? 0 : 1;
-    } else {
-      std::fprintf(stderr, "PS: could not connect to queue %d\n", queueNumber);
-    }
-  }
-  int childStatus = 0;
-  if (status != 0) kill(child, SIGKILL);
-  waitpid(child, &childStatus, 0);
-  const bool ok = status == 0 && WIFEXITED(childStatus) && WEXITSTATUS(childStatus) == 0;
+  const int ccQueue = argc > 1 ? std::atoi(argv[1]) : 40000 + 2 * (getpid() % 10000);
+  const int cgiQueue = ccQueue + 1;
+  const pid_t webFrontEnd = start(&runWebFrontEnd, cgiQueue);
+  const pid_t callControl = start(&runCallControl, ccQueue);
+  const bool served = runServer(ccQueue, cgiQueue) == 0;
+  const bool ccDone = succeeded(callControl, !served);
+  const bool cgiDone = succeeded(webFrontEnd, !served);
+  const bool ok = served && ccDone && cgiDone;
   std::printf(ok ? "demo: exchange complete\n" : "demo: exchange FAILED\n");
   return ok ? 0 : 1;
 }
