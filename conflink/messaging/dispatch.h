@@ -95,18 +95,11 @@ struct MemberFunction<R (C::*)(A...)> {
   static bool render(wire::Reader& r, std::string& out) {
     Locals locals;
     if (!readAll(r, locals, PSProtocolType{})) return false;
-    out += '(';
-    const char* separator = "";
-    auto one = [&](auto& l) {
-      using Held = std::decay_t<decltype(l)>;
-      if constexpr (!std::is_same_v<Held, PSProtocolType>) {
-        out += separator;
-        wire::render(out, l);
-        separator = ", ";
-      }
+    auto text = wire::TextList::arguments(out);
+    auto one = [&text](const auto& l) {
+      if constexpr (!std::is_same_v<std::decay_t<decltype(l)>, PSProtocolType>) text(l);
     };
-    std::apply([&](auto&... l) { (one(l), ...); }, locals);
-    out += ')';
+    std::apply([&](const auto&... l) { (one(l), ...); }, locals);
     return true;
   }
 };

@@ -46,15 +46,7 @@ bool decodeSendConferenceParam(M& m, wire::Reader& r, PSProtocolType) {
 inline bool renderSendConferenceParam(wire::Reader& r, std::string& out) {
   ConferenceParamBlock p;
   if (!p.read(r)) return false;
-  out += '(';
-  wire::render(out, p.id);
-  out += ", ";
-  wire::render(out, p.param);
-  out += ", ";
-  wire::render(out, p.size);
-  out += ", ";
-  wire::render(out, wire::RawBytes{p.bytes, p.size});
-  out += ')';
+  wire::TextList::arguments(out)(p.id)(p.param)(p.size)(wire::RawBytes{p.bytes, p.size});
   return true;
 }
 

@@ -149,21 +149,52 @@ struct Text<const T*, std::enable_if_t<!std::is_void_v<T>>> {
   }
 };
 
-// A record with a field list: Name{field=value, ...}.
+// Writes a bracketed, comma-separated list: a record's fields, "Name{field=value, ...}", or a
+// message's arguments, "(a, b)". The opening is written on construction, each call adds one
+// element (a named field has the shape of a field list's visitor), and the closing bracket is
+// written when the list goes out of scope.
+class TextList {
+ public:
+  TextList(std::string& out, const char* name, char opening, char closing)
+      : out_(out), closing_(closing) {
+    out_ += name;
+    out_ += opening;
+  }
+  static TextList record(std::string& out, const char* name) { return {out, name, '{', '}'}; }
+  static TextList arguments(std::string& out) { return {out, "", '(', ')'}; }
+  ~TextList() { out_ += closing_; }
+  TextList(const TextList&) = delete;
+  TextList& operator=(const TextList&) = delete;
+
+  template <class T>
+  TextList& operator()(const T& v) {
+    out_ += separator_;
+    separator_ = ", ";
+    Text<T>::render(out_, v);
+    return *this;
+  }
+  template <class T>
+  TextList& operator()(const char* field, const T& v) {
+    out_ += separator_;
+    separator_ = ", ";
+    out_ += field;
+    out_ += '=';
+    Text<T>::render(out_, v);
+    return *this;
+  }
+
+ private:
+  std::string& out_;
+  char closing_;
+  const char* separator_ = "";
+};
+
+// A record with a field list.
 template <class T>
 struct Text<T, std::enable_if_t<detail::HasFields<T>::value>> {
   static void render(std::string& out, const T& v) {
-    out += Fields<T>::kName;
-    out += '{';
-    const char* separator = "";
-    Fields<T>::visit(v, [&](const char* name, const auto& f) {
-      out += separator;
-      out += name;
-      out += '=';
-      Text<std::decay_t<decltype(f)>>::render(out, f);
-      separator = ", ";
-    });
-    out += '}';
+    auto text = TextList::record(out, Fields<T>::kName);
+    Fields<T>::visit(v, text);
   }
 };
 

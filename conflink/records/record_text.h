@@ -13,41 +13,23 @@ namespace conflink::wire {
 template <>
 struct Text<RecordingParams> {
   static void render(std::string& out, const RecordingParams& v) {
-    out += "RecordingParams{value1=";
-    wire::render(out, v.value1);
-    out += ", texts=";
-    wire::render(out, v.texts);
-    out += ", value2=";
-    wire::render(out, v.value2);
-    out += ", value3=";
-    wire::render(out, v.value3);
-    out += ", value4=";
-    wire::render(out, v.value4);
-    out += ", value5=";
-    wire::render(out, v.value5);
-    out += ", uri=";
-    wire::render(out, v.uri);
-    out += '}';
+    TextList::record(out, "RecordingParams")("value1", v.value1)("texts", v.texts)(
+        "value2", v.value2)("value3", v.value3)("value4", v.value4)("value5", v.value5)("uri",
+                                                                                        v.uri);
   }
 };
 
 template <>
 struct Text<Reservations> {
   static void render(std::string& out, const Reservations& v) {
-    out += "Reservations{items=";
-    wire::render(out, v.items);
-    out += '}';
+    TextList::record(out, "Reservations")("items", v.items);
   }
 };
 
 template <>
 struct Text<LoadSegment> {
   static void render(std::string& out, const LoadSegment& v) {
-    out += "LoadSegment{start=";
-    wire::render(out, v.start);
-    out += ", load=";
-    wire::render(out, v.load);
-    out += '}';
+    TextList::record(out, "LoadSegment")("start", v.start)("load", v.load);
   }
 };
 
