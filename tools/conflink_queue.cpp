@@ -1,5 +1,5 @@
 // conflink_queue: lists the queues of the calling user, shows the state of one, removes a stuck
-// one. Reads queues without taking part in them (see queue_inspect.h).
+// one. Reads queues without taking part in them (see queue_examine.h).
 //
 // Exit status: 0 done, 1 the operation failed (the reason on stderr), 2 bad usage.
 #include <unistd.h>
@@ -14,7 +14,7 @@
 #include <vector>
 
 #include <conflink/platform/cyclic_message_queue.h>
-#include <conflink/platform/queue_inspect.h>
+#include <conflink/platform/queue_examine.h>
 
 namespace {
 

@@ -15,7 +15,7 @@
 #include <thread>
 #include <vector>
 
-#include <conflink/platform/queue_inspect.h>
+#include <conflink/platform/queue_examine.h>
 #include <conflink/platform/queue_layout.h>
 #include <conflink/platform/queue_ring.h>
 #include <conflink/platform/queue_test_support.h>

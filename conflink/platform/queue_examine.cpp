@@ -1,4 +1,4 @@
-#include <conflink/platform/queue_inspect.h>
+#include <conflink/platform/queue_examine.h>
 
 #include <dirent.h>
 #include <fcntl.h>
