@@ -17,7 +17,7 @@ namespace conflink {
 namespace dispatch {
 
 // One line for a buffer as the queue carries it (payload, then the 4-byte link mark), e.g.
-//   DialOut(7, ConfIDString{text1="weekly"}, 42) [type 3, mark 2]
+//   DialOut(7, ConfIDString{id="weekly"}, 42) [type 3, mark 2]
 // Every outcome that DispatchMessage can have reads differently: queue events, unknown types,
 // buffers too short for the mark, dropped types, malformed payloads (with the same text that
 // Error reports) and bytes left after the last field.
@@ -26,15 +26,17 @@ std::string describe(const std::array<Case<M>, N>& cases, int type, const char* 
                      size_t length) {
   if (type == kQueueEventPeerConnected) return "queue event: the peer attached";
   if (type == kQueueEventPeerDisconnected) return "queue event: the peer left";
-  const Case<M>* c = type >= 0 && static_cast<size_t>(type) < N ? &cases[type] : nullptr;
-  if (c == nullptr || c->name == nullptr) {
+  // In the order DispatchMessage decides: the link's range, the room for the mark, the case.
+  if (type < 0 || static_cast<size_t>(type) >= N) {
     return "type " + std::to_string(type) + ": not a message of this link";
   }
+  const Case<M>* c = &cases[static_cast<size_t>(type)];
   const std::string number = std::to_string(type);
   if (length <= 3 || data == nullptr) {
-    return std::string(c->name) + ": " + std::to_string(length) +
-           " bytes, too short for the link mark [type " + number + "]";
+    return (c->name != nullptr ? std::string(c->name) : "type " + number) + ": " +
+           std::to_string(length) + " bytes, too short for the link mark [type " + number + "]";
   }
+  if (c->name == nullptr) return "type " + number + ": not a message of this link";
   const size_t payload = length - 4;
   const std::string mark = std::to_string(static_cast<int>(trailer(data, length)));
   if (c->render == nullptr) {

@@ -139,6 +139,8 @@ TEST(MessageText, EachOutcomeOfDispatchReadsDifferently) {
        "DialOut: 3 bytes, too short for the link mark [type 3]"},
       {"a number the link does not have", false, 70, kMarkCgi,
        "type 70: not a message of this link"},
+      {"too short is told before unknown, as dispatch reports it", true, 71, "ab",
+       "type 71: 2 bytes, too short for the link mark [type 71]"},
       {"beyond the link's range", true, 5000, kMarkCc, "type 5000: not a message of this link"},
       {"negative", true, -1, kMarkCc, "type -1: not a message of this link"},
       {"peer attached", false, static_cast<int>(0x80000000u), "", "queue event: the peer attached"},
