@@ -97,28 +97,46 @@ int runServer(int ccQueue, int cgiQueue) {
   return cc.clientLeft && cgi.clientLeft && cc.answered == 1 && cgi.answered == 1 ? 0 : 1;
 }
 
-// ---- CC: waits for the server so that nothing is left queued for a server not yet started ----
+// ---- The clients: each sends its requests and waits for the server's answer ----
 
-class DemoCallControl : public CCToPSMessenger {
+template <class Messenger>
+class DemoClient : public Messenger {
  public:
-  using CCToPSMessenger::CCToPSMessenger;
-  bool serverAttached = false;
+  DemoClient(int queueNumber, const char* name) : Messenger(queueNumber), name_(name) {}
   bool answered = false;
-  void PSPeerConnected() override { serverAttached = true; }
   int OnSuccess(const unsigned long long& id, PSSuccessType) override {
-    std::printf("CC: request %llu succeeded\n", id);
+    std::printf("%s: request %llu succeeded\n", name_, id);
     answered = true;
     return 0;
   }
+  bool Connected(int queueNumber) {
+    if (this->Connect(kConnectTries, kConnectPauseMs)) return true;
+    std::fprintf(stderr, "%s: could not connect to queue %d\n", name_, queueNumber);
+    return false;
+  }
+  // Dispatches until the answer came; false when the server went silent or away first.
+  bool AwaitAnswer() {
+    while (!answered && this->WaitForMessageAndDispatch() == 0) {
+    }
+    return answered;
+  }
+
+ private:
+  const char* name_;
+};
+
+// CC waits for the server, so that nothing is left queued for a server not yet started.
+class DemoCallControl : public DemoClient<CCToPSMessenger> {
+ public:
+  using DemoClient::DemoClient;
+  bool serverAttached = false;
+  void PSPeerConnected() override { serverAttached = true; }
 };
 
 int runCallControl(int queueNumber) {
   alarm(10);
-  DemoCallControl cc(queueNumber);
-  if (!cc.Connect(kConnectTries, kConnectPauseMs)) {
-    std::fprintf(stderr, "CC: could not connect to queue %d\n", queueNumber);
-    return 1;
-  }
+  DemoCallControl cc(queueNumber, "CC");
+  if (!cc.Connected(queueNumber)) return 1;
   while (!cc.serverAttached) {
     if (!cc.ProcessMessageFromQueue(16)) std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
@@ -127,42 +145,23 @@ int runCallControl(int queueNumber) {
   const int dialled = cc.DialOut(1, ConfIDString{"1001"}, 7);
   std::printf("CC: InitiateConferenceServer and DialOut sent (%s, %s)\n",
               conflink::QueueResultText(initiated), conflink::QueueResultText(dialled));
-  while (!cc.answered && cc.WaitForMessageAndDispatch() == 0) {
-  }
-  return initiated > 0 && dialled > 0 && cc.answered ? 0 : 1;
+  return cc.AwaitAnswer() && initiated > 0 && dialled > 0 ? 0 : 1;
 }
 
-// ---- CGI: sends at once; the request waits in the queue for the server ----
-
-class DemoWebFrontEnd : public CGIToPSMessenger {
- public:
-  using CGIToPSMessenger::CGIToPSMessenger;
-  bool answered = false;
-  int OnSuccess(const unsigned long long& id, PSSuccessType) override {
-    std::printf("CGI: request %llu succeeded\n", id);
-    answered = true;
-    return 0;
-  }
-};
-
+// CGI sends at once: its request waits in the queue until the server attaches. Its wait returns 0
+// whenever something was dispatched (the server's arrival counts), 2 when the server is silent
+// and 1 when it is gone.
 int runWebFrontEnd(int queueNumber) {
   alarm(10);
-  DemoWebFrontEnd cgi(queueNumber);
-  if (!cgi.Connect(kConnectTries, kConnectPauseMs)) {
-    std::fprintf(stderr, "CGI: could not connect to queue %d\n", queueNumber);
-    return 1;
-  }
+  DemoClient<CGIToPSMessenger> cgi(queueNumber, "CGI");
+  if (!cgi.Connected(queueNumber)) return 1;
   ConferenceUser user{};
   user.id = 7001;
   user.text1 = "Ada Lovelace";
   user.text2 = "sip:ada@conf.example.com";
   const int sent = cgi.AddParticipant(2, ConfIDString{"1001"}, 7001, user);
   std::printf("CGI: AddParticipant sent (%s)\n", conflink::QueueResultText(sent));
-  // 0: something was dispatched (the server's arrival counts); otherwise the server is silent (2)
-  // or gone (1).
-  while (!cgi.answered && cgi.WaitForMessageAndDispatch() == 0) {
-  }
-  return sent > 0 && cgi.answered ? 0 : 1;
+  return cgi.AwaitAnswer() && sent > 0 ? 0 : 1;
 }
 
 pid_t start(int (*run)(int), int queueNumber) {
