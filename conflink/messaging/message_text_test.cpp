@@ -6,12 +6,15 @@
 
 #include <functional>
 #include <optional>
+#include <random>
 #include <set>
 #include <string>
 #include <vector>
 
 #include <conflink/cc/cc_catalogue.h>
+#include <conflink/cc/cc_to_ps_messenger.h>
 #include <conflink/cgi/cgi_catalogue.h>
+#include <conflink/cgi/cgi_to_ps_messenger.h>
 #include <conflink/records/records.h>
 
 namespace {
@@ -188,6 +191,58 @@ TEST(MessageText, CataloguesListEachLinksMessagesOnceInTypeOrder) {
     EXPECT_EQ(handled.count(link.absent) + dropped.count(link.absent), 0u) << link.name;
     EXPECT_EQ(handled.count(3), 1u) << link.name << ": the shared requests are on every link";
   }
+}
+
+// A messenger that only counts what it reports; its handlers are the library's defaults.
+template <class Base>
+class Reporter : public Base {
+ public:
+  Reporter() : Base(9) {}
+  std::vector<std::string> errors;
+  void Error(const char* text) override { errors.push_back(text); }
+};
+
+// Random buffers for every type of either link: dispatch never reads outside them (the sanitizer
+// build watches), reports at most once, and its report is the link's description of the buffer.
+// Word-sized lengths and counts are drawn small as often as large, so that decoding gets deep
+// into records rather than failing at the first length.
+template <class M>
+void dispatchRandomBuffers(const std::vector<conflink::MessageName>& catalogue,
+                           std::string (*describe)(int, const char*, size_t)) {
+  std::mt19937 random(20261122);
+  for (const conflink::MessageName& m : catalogue) {
+    for (int round = 0; round < 200; ++round) {
+      std::string buffer;
+      const size_t length = random() % 96;
+      while (buffer.size() < length) {
+        const std::uint32_t word = random() % 2 == 0 ? random() % 8 : random();
+        for (int shift = 24; shift >= 0 && buffer.size() < length; shift -= 8)
+          buffer += static_cast<char>(word >> shift);
+      }
+      Reporter<M> messenger;
+      const int type = m.type;
+      EXPECT_TRUE(messenger.DispatchMessage(&type, buffer.data(), static_cast<int>(length)))
+          << m.name;
+      ASSERT_LE(messenger.errors.size(), 1u) << m.name;
+      const std::string text = describe(type, buffer.data(), length);
+      if (length > 3) {
+        const bool malformed = text.rfind("Malformed", 0) == 0;
+        ASSERT_EQ(messenger.errors.size(), malformed ? 1u : 0u) << text;
+        if (malformed) {
+          EXPECT_EQ(messenger.errors[0], text);
+        }
+      } else {
+        EXPECT_EQ(messenger.errors.size(), 1u) << m.name << " with " << length << " bytes";
+      }
+    }
+  }
+}
+
+TEST(MessageText, RandomBuffersAreHandledOrReportedOnceOnEitherLink) {
+  dispatchRandomBuffers<CCToPSMessenger>(conflink::msg::CcLinkMessages(),
+                                         &conflink::msg::DescribeCcLinkMessage);
+  dispatchRandomBuffers<CGIToPSMessenger>(conflink::msg::CgiLinkMessages(),
+                                          &conflink::msg::DescribeCgiLinkMessage);
 }
 
 }  // namespace
