@@ -16,10 +16,10 @@
 #include <tuple>
 #include <type_traits>
 
-#include <conflink/messaging/codec.h>
-#include <conflink/messaging/text.h>
+#include <conflink/wire/codec.h>
+#include <conflink/wire/text.h>
 #include <conflink/messaging/types.h>
-#include <conflink/messaging/wire.h>
+#include <conflink/wire/wire.h>
 
 namespace conflink::dispatch {
 

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include <conflink/platform/cyclic_message_queue.h>
-#include "conflink/messaging/testing/fake_platform.h"
+#include "tests/support/fake_platform.h"
 
 // The system log, captured: this definition takes the place of the C library's in this program.
 namespace {

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include <conflink/messaging/codec.h>
+#include <conflink/wire/codec.h>
 #include <conflink/messaging/types.h>
 #include <conflink/platform/cyclic_message_queue.h>
 

@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include "conflink/messaging/testing/hex.h"
+#include "tests/support/hex.h"
 
 #include <functional>
 #include <sstream>
@@ -16,7 +16,7 @@
 #include <vector>
 
 #include <conflink/records/records.h>
-#include "conflink/messaging/testing/fake_platform.h"
+#include "tests/support/fake_platform.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "conflink/messaging/testing/fake_platform.h"
+#include "tests/support/fake_platform.h"
 
 namespace {
 

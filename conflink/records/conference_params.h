@@ -7,7 +7,7 @@
 #include <list>
 #include <string>
 
-#include <conflink/messaging/codec.h>
+#include <conflink/wire/codec.h>
 #include <conflink/records/config_records.h>
 #include <conflink/records/record_codecs.h>
 #include <conflink/records/record_fields.h>

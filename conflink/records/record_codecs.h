@@ -11,7 +11,7 @@
 #include <optional>
 #include <string>
 
-#include <conflink/messaging/codec.h>
+#include <conflink/wire/codec.h>
 #include <conflink/records/record_fields.h>
 
 namespace conflink::wire {

@@ -4,7 +4,7 @@
 // form is not their field list are in record_codecs.h.
 #pragma once
 
-#include <conflink/messaging/codec.h>
+#include <conflink/wire/codec.h>
 #include <conflink/records/call_records.h>
 #include <conflink/records/config_records.h>
 #include <conflink/records/status_records.h>

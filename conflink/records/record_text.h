@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include <conflink/messaging/text.h>
+#include <conflink/wire/text.h>
 #include <conflink/records/record_codecs.h>
 
 namespace conflink::wire {

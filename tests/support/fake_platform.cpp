@@ -1,4 +1,4 @@
-#include "conflink/messaging/testing/fake_platform.h"
+#include "tests/support/fake_platform.h"
 
 #include <conflink/platform/platform.h>
 

@@ -1,9 +1,9 @@
-#include <conflink/messaging/codec.h>
-#include <conflink/messaging/wire.h>
+#include <conflink/wire/codec.h>
+#include <conflink/wire/wire.h>
 
 #include <gtest/gtest.h>
 
-#include "conflink/messaging/testing/hex.h"
+#include "tests/support/hex.h"
 
 #include <cmath>
 #include <functional>
@@ -11,7 +11,8 @@
 #include <list>
 #include <string>
 
-#include <conflink/messaging/types.h>
+// An enumeration like those the messages carry: a fixed 32-bit signed underlying type.
+enum SampleError : int {};
 
 namespace conflink::wire {
 namespace {
@@ -44,7 +45,7 @@ TEST(WirePrimitives, EncodeToExactBigEndianBytes) {
        "be ef 00 00 00 01"},
       {"true", [] { return encode(true); }, "00 00 00 01"},
       {"false", [] { return encode(false); }, "00 00 00 00"},
-      {"enum32", [] { return encode(static_cast<ConfServError>(-3)); }, "ff ff ff fd"},
+      {"enum32", [] { return encode(static_cast<SampleError>(-3)); }, "ff ff ff fd"},
       {"f64 1.0", [] { return encode(1.0); }, "3f f0 00 00 00 00 00 00"},
       {"f64 -0.0", [] { return encode(-0.0); }, "80 00 00 00 00 00 00 00"},
       {"empty str", [] { return encode(std::string()); }, "00 00 00 00"},

@@ -23,7 +23,7 @@
 #include <string>
 #include <type_traits>
 
-#include <conflink/messaging/wire.h>
+#include <conflink/wire/wire.h>
 
 namespace conflink::wire {
 

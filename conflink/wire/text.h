@@ -19,7 +19,7 @@
 #include <string>
 #include <type_traits>
 
-#include <conflink/messaging/codec.h>
+#include <conflink/wire/codec.h>
 
 namespace conflink::wire {
 

@@ -1,4 +1,4 @@
-#include <conflink/messaging/wire.h>
+#include <conflink/wire/wire.h>
 
 #include <cstdio>
 
