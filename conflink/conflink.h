@@ -4,7 +4,7 @@
 
 #include <conflink/cc/cc_to_ps_messenger.h>
 #include <conflink/cgi/cgi_to_ps_messenger.h>
-#include <conflink/messaging/role_interfaces.h>
+#include <conflink/messaging/shared_interfaces.h>
 #include <conflink/messaging/soho_messenger.h>
 #include <conflink/messaging/types.h>
 #include <conflink/platform/platform.h>

@@ -1,43 +1,26 @@
 #include <conflink/cc/cc_to_ps_messenger.h>
 
 #include <conflink/cc/cc_catalogue.h>
+#include <conflink/cc/cc_messages.h>
 #include <conflink/messaging/dispatch.h>
 #include <conflink/messaging/message_text.h>
 #include <conflink/messaging/messenger_support.h>
-#include <conflink/messaging/shared_catalogue.h>
 #include <conflink/messaging/shared_control_impl.h>
-#include <conflink/messaging/shared_dispatch.h>
+#include <conflink/messaging/shared_messages.h>
 #include <conflink/platform/cyclic_message_queue.h>
-
-using conflink::send;
-namespace msg = conflink::msg;
 
 template class SharedControl<CCToPSMessenger>;
 
 namespace {
 
-using M = CCToPSMessenger;
-template <auto Pmf>
-constexpr conflink::dispatch::Entry<M> on(int type, const char* name) {
-  return conflink::dispatch::on<Pmf, M>(type, name);
-}
-constexpr conflink::dispatch::Entry<M> drop(int type, const char* name) {
-  return conflink::dispatch::drop<M>(type, name);
-}
+namespace up = conflink::msg::cc_to_ps;
+namespace down = conflink::msg::ps_to_cc;
+using conflink::msg::send;
 
-// Everything either end of the link receives: a messenger serves both ends, so one table holds
-// both directions, and no number may serve two messages.
-constexpr auto kCases = conflink::dispatch::table<M, msg::kCcLinkLastType + 1>(
-    {
-        // Call control to the server.
-        on<&PsToCcInterface::OnInitiateConferenceServer>(msg::cc_to_ps::kInitiateConferenceServer,
-                                                         "InitiateConferenceServer"),
-        // The server to call control.
-        drop(msg::ps_to_cc::kPauseConference, "PauseConference"),
-        drop(msg::ps_to_cc::kResumeConference, "ResumeConference"),
-        drop(msg::ps_to_cc::kModifyParticipantMedia, "ModifyParticipantMedia"),
-    },
-    conflink::dispatch::sharedEntries<M>());
+constexpr auto kCases =
+    conflink::dispatch::table<CCToPSMessenger, conflink::msg::kCcLinkLastType + 1>(
+        conflink::msg::ccLinkEntries<CCToPSMessenger>(),
+        conflink::msg::sharedEntries<CCToPSMessenger>());
 
 }  // namespace
 
@@ -54,20 +37,175 @@ CCToPSMessenger::CCToPSMessenger(int queueNumber)
 
 CCToPSMessenger::~CCToPSMessenger() = default;
 
-// ---- Sending operations ----
+// ---- Sending operations: each hands its message's declaration and its arguments to send ----
+
+int CCToPSMessenger::JoinConference(const unsigned long long& id, const ConfIDString& conf,
+                                    const std::string& text, const SipUri& uri, bool flag) {
+  return send(*this, up::kJoinConference, id, conf, text, uri, flag);
+}
+
+int CCToPSMessenger::ActivateParticipant(const unsigned long long& id, const ConfIDString& conf,
+                                         const unsigned long long& party, const std::string& text,
+                                         bool flag) {
+  return send(*this, up::kActivateParticipant, id, conf, party, text, flag);
+}
+
+int CCToPSMessenger::ParticipantLeft(const unsigned long long& id, const ConfIDString& conf,
+                                     const unsigned long long& party) {
+  return send(*this, up::kParticipantLeft, id, conf, party);
+}
+
+int CCToPSMessenger::HoldParticipant(const unsigned long long& id, const ConfIDString& conf,
+                                     const unsigned long long& party, bool hold) {
+  return send(*this, up::kHoldParticipant, id, conf, party, hold);
+}
+
+int CCToPSMessenger::ForwardParticipant(const unsigned long long& id, const ConfIDString& conf,
+                                        const std::list<CallParams>& calls) {
+  return send(*this, up::kForwardParticipant, id, conf, calls);
+}
+
+int CCToPSMessenger::GetEndpointTopology(const unsigned long long& id, const ConfIDString& conf,
+                                         const unsigned long long& party) {
+  return send(*this, up::kGetEndpointTopology, id, conf, party);
+}
+
+int CCToPSMessenger::RecordingTerminated(const unsigned long long& id, const ConfIDString& conf) {
+  return send(*this, up::kRecordingTerminated, id, conf);
+}
 
 int CCToPSMessenger::InitiateConferenceServer() {
-  return send(*this, msg::cc_to_ps::kInitiateConferenceServer);
+  return send(*this, up::kInitiateConferenceServer);
 }
 
-int CCToPSMessenger::ReportError(const unsigned long long& id, ConfServError error, bool) {
-  return send(*this, msg::ps_to_cc::kReportError, id, error);
+int CCToPSMessenger::Success(const unsigned long long& id, CCSuccessType result) {
+  return send(*this, up::kSuccess, id, result);
 }
 
-// ---- Default handlers ----
+int CCToPSMessenger::ReportError(const unsigned long long& id, ConfServError error) {
+  return send(*this, up::kReportError, id, error);
+}
 
-int CCToPSMessenger::OnInitiateConferenceServer(PSProtocolType) {
-  return 0;
+int CCToPSMessenger::AddParticipant(const unsigned long long& id, const ConfIDString& conf,
+                                    const SipUri& uri, const unsigned long long& party,
+                                    const CallParams& call, const std::list<std::string>& texts,
+                                    const ParticipantParams& params, TransmitType transmit) {
+  return send(*this, down::kAddParticipant, id, conf, uri, party, call, texts, params, transmit);
+}
+
+int CCToPSMessenger::UpdateUserInfo(const unsigned long long& id, const CallParams& call,
+                                    const CallExtraParams& extra) {
+  return send(*this, down::kUpdateUserInfo, id, call, extra);
+}
+
+int CCToPSMessenger::RemoveParticipant(const unsigned long long& id, const ConfIDString& conf) {
+  return send(*this, down::kRemoveParticipant, id, conf);
+}
+
+int CCToPSMessenger::SetupConference(const unsigned long long& id, ConfIDString conf,
+                                     const RecordingParams& recording, const CallParams* call,
+                                     const ConfSpecParams& spec, unsigned short value) {
+  return send(*this, down::kSetupConference, id, conf, recording, call, spec, value);
+}
+
+int CCToPSMessenger::CloseConference(const unsigned long long& id, const ConfIDString& conf,
+                                     CloseConferenceReason reason) {
+  return send(*this, down::kCloseConference, id, conf, reason);
+}
+
+int CCToPSMessenger::StartConference(const unsigned long long& id, const ConfIDString& conf) {
+  return send(*this, down::kStartConference, id, conf);
+}
+
+int CCToPSMessenger::StopConference(const unsigned long long& id, const ConfIDString& conf) {
+  return send(*this, down::kStopConference, id, conf);
+}
+
+int CCToPSMessenger::PauseConference(const unsigned long long& id) {
+  return send(*this, down::kPauseConference, id);
+}
+
+int CCToPSMessenger::ResumeConference(const unsigned long long& id) {
+  return send(*this, down::kResumeConference, id);
+}
+
+int CCToPSMessenger::StartRecording(const unsigned long long& id, const ConfIDString& conf) {
+  return send(*this, down::kStartRecording, id, conf);
+}
+
+int CCToPSMessenger::StopRecording(const unsigned long long& id, const ConfIDString& conf) {
+  return send(*this, down::kStopRecording, id, conf);
+}
+
+int CCToPSMessenger::PauseRecording(const unsigned long long& id, const ConfIDString& conf) {
+  return send(*this, down::kPauseRecording, id, conf);
+}
+
+int CCToPSMessenger::ResumeRecording(const unsigned long long& id, const ConfIDString& conf) {
+  return send(*this, down::kResumeRecording, id, conf);
+}
+
+int CCToPSMessenger::ModifyConferenceMedia(const unsigned long long& id, const ConfIDString& conf,
+                                           const ConfTopology& topology) {
+  return send(*this, down::kModifyConferenceMedia, id, conf, topology);
+}
+
+int CCToPSMessenger::ModifyParticipantMedia(const unsigned long long& id) {
+  return send(*this, down::kModifyParticipantMedia, id);
+}
+
+int CCToPSMessenger::SetSpeaker(const unsigned long long& id, const ConfIDString& conf, bool on) {
+  return send(*this, down::kSetSpeaker, id, conf, on);
+}
+
+int CCToPSMessenger::RegisterConfID(const unsigned long long& id, const ConfIDString& conf,
+                                    const RegisterParams& first, const RegisterParams& second) {
+  return send(*this, down::kRegisterConfID, id, conf, first, second);
+}
+
+int CCToPSMessenger::RegisterAllConferences(const std::list<RegisterParams>& registrations) {
+  return send(*this, down::kRegisterAllConferences, registrations);
+}
+
+int CCToPSMessenger::AddScenario(const unsigned long long& id, const ConfIDString& conf,
+                                 ScenarioType scenario) {
+  return send(*this, down::kAddScenario, id, conf, scenario);
+}
+
+int CCToPSMessenger::UpdateScenario(const unsigned long long& id, const ConfIDString& conf,
+                                    ScenarioType scenario) {
+  return send(*this, down::kUpdateScenario, id, conf, scenario);
+}
+
+int CCToPSMessenger::RemoveScenario(const unsigned long long& id, const ConfIDString& conf,
+                                    ScenarioType scenario) {
+  return send(*this, down::kRemoveScenario, id, conf, scenario);
+}
+
+int CCToPSMessenger::JoinAccept(const unsigned long long& id, const unsigned long long& party,
+                                const ConfIDString& conf, const std::list<std::string>& texts,
+                                const ParticipantParams& params, TransmitType transmit) {
+  return send(*this, down::kJoinAccept, id, party, conf, texts, params, transmit);
+}
+
+int CCToPSMessenger::JoinReject(const unsigned long long& id, RejectReason reason,
+                                const std::list<std::string>& texts) {
+  return send(*this, down::kJoinReject, id, reason, texts);
+}
+
+int CCToPSMessenger::ActivateAttendant(const unsigned long long& id, const ConfIDString& conf,
+                                       const std::list<std::string>& texts,
+                                       const AttendantZeroOutParams& params, bool flag) {
+  return send(*this, down::kActivateAttendant, id, conf, texts, params, flag);
+}
+
+int CCToPSMessenger::SendEndpointTopology(const unsigned long long& id, const ConfIDString& conf,
+                                          const EndpointTopology& topology) {
+  return send(*this, down::kSendEndpointTopology, id, conf, topology);
+}
+
+int CCToPSMessenger::ReportError(const unsigned long long& id, ConfServError error, bool flag) {
+  return send(*this, down::kReportError, id, error, flag);
 }
 
 // ---- Queue events, receive loop and dispatch ----
@@ -90,15 +228,17 @@ int CCToPSMessenger::WaitForMessageAndDispatch() {
 }
 
 bool CCToPSMessenger::ProcessMessageFromQueue(int maxCount) {
-  return conflink::takeWaiting(queue(), received_, maxCount, [this](int type) {
-    if (type == conflink::kQueueEventPeerConnected) {
-      PeerConnected();
-    } else if (type == conflink::kQueueEventPeerDisconnected) {
-      PeerDisconnected();
-    } else {
-      DispatchMessage(&type, received_.c_str(), static_cast<int>(received_.size()));
-    }
-  });
+  return conflink::takeWaiting([this] { return queue(); }, received_, maxCount,
+                               [this](int type) {
+                                 if (type == conflink::kQueueEventPeerConnected) {
+                                   PeerConnected();
+                                 } else if (type == conflink::kQueueEventPeerDisconnected) {
+                                   PeerDisconnected();
+                                 } else {
+                                   DispatchMessage(&type, received_.c_str(),
+                                                   static_cast<int>(received_.size()));
+                                 }
+                               });
 }
 
 int CCToPSMessenger::SendMessage(const int* type, std::string* buffer) {

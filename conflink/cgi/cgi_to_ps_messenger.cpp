@@ -4,9 +4,8 @@
 #include <conflink/messaging/dispatch.h>
 #include <conflink/messaging/message_text.h>
 #include <conflink/messaging/messenger_support.h>
-#include <conflink/messaging/shared_catalogue.h>
 #include <conflink/messaging/shared_control_impl.h>
-#include <conflink/messaging/shared_dispatch.h>
+#include <conflink/messaging/shared_messages.h>
 #include <conflink/platform/cyclic_message_queue.h>
 #include <conflink/platform/thread.h>
 
@@ -17,16 +16,17 @@ template class SharedControl<CGIToPSMessenger>;
 namespace {
 
 using M = CGIToPSMessenger;
-constexpr conflink::dispatch::Entry<M> drop(int type, const char* name) {
-  return conflink::dispatch::drop<M>(type, name);
-}
+
+// Type 11 has a case that accepts and drops it, but nothing on this link sends it, so it has no
+// declaration: its entry is written here.
+constexpr auto kUnsentEntries = std::array{
+    conflink::dispatch::Entry<M>{msg::cgi_to_ps::kUnused11,
+                                 conflink::dispatch::dropCase<M>("(unused 11)")},
+};
 
 // Everything either end of the link receives (types below kCgiLinkFirstType have no case).
 constexpr auto kCases = conflink::dispatch::table<M, msg::kCgiLinkLastType + 1>(
-    {
-        drop(msg::cgi_to_ps::kUnused11, "(unused 11)"),
-    },
-    conflink::dispatch::sharedEntries<M>());
+    kUnsentEntries, conflink::msg::sharedEntries<M>());
 
 // The receive poll: tries, and the pause after each failed try.
 constexpr int kPollTries = 20;
@@ -74,9 +74,11 @@ int CGIToPSMessenger::WaitForMessageAndDispatch() {
 
 bool CGIToPSMessenger::ProcessMessageFromQueue(int maxCount) {
   // Queue events included: every type goes to DispatchMessage, which does not know them.
-  return conflink::takeWaiting(queue(), received_, maxCount, [this](int type) {
-    DispatchMessage(&type, received_.c_str(), static_cast<int>(received_.size()));
-  });
+  return conflink::takeWaiting([this] { return queue(); }, received_, maxCount,
+                               [this](int type) {
+                                 DispatchMessage(&type, received_.c_str(),
+                                                 static_cast<int>(received_.size()));
+                               });
 }
 
 int CGIToPSMessenger::SendMessage(const int* type, std::string* buffer) {

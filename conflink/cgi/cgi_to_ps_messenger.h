@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include <conflink/messaging/role_interfaces.h>
+#include <conflink/cgi/cgi_interfaces.h>
 #include <conflink/messaging/shared_control.h>
 #include <conflink/messaging/soho_messenger.h>
 

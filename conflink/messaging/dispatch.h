@@ -1,16 +1,15 @@
 // The dispatch frame shared by both messengers.
 //
-// A messenger's receiving side is one table indexed by message type. Each entry binds a type to a
-// handler's member pointer; the argument types come from the handler's signature, are decoded in
-// order into locals, and the link mark from the trailer is passed where the handler's parameter
-// is a PSProtocolType. The table is built at compile time, and building it fails to compile when
-// two entries claim one type number.
+// A messenger's receiving side is one table indexed by message type, built at compile time from
+// the link's message declarations (message.h); building it fails to compile when two entries
+// claim one type number. A handler's argument types come from its signature and are decoded in
+// order into locals; the link mark from the trailer is passed where the handler's parameter is a
+// PSProtocolType.
 #pragma once
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <initializer_list>
 #include <optional>
 #include <string>
 #include <tuple>
@@ -104,37 +103,33 @@ struct MemberFunction<R (C::*)(A...)> {
   }
 };
 
-// An entry whose payload is decoded into the arguments of handler `Pmf`.
-template <auto Pmf, class M>
-constexpr Entry<M> on(int type, const char* name) {
+// The case of a message whose payload is decoded into the arguments of handler `Pmf`.
+template <class M, auto Pmf>
+constexpr Case<M> handlerCase(const char* name) {
   using F = MemberFunction<decltype(Pmf)>;
-  return {type, {name, &F::template decodeAndCall<M, Pmf>, &F::render}};
+  return {name, &F::template decodeAndCall<M, Pmf>, &F::render};
 }
-// An entry whose message is accepted and dropped without decoding or calling a handler.
+// The case of a message that is accepted and dropped without decoding or calling a handler.
 template <class M>
-constexpr Entry<M> drop(int type, const char* name) {
-  return {type, {name, nullptr, nullptr}};
+constexpr Case<M> dropCase(const char* name) {
+  return {name, nullptr, nullptr};
 }
 
-// The dense table indexed by type, from the link's own entries and the entries both links share.
-// Compilation stops at the `throw` when an entry lies outside the table or two entries share a
-// type.
-template <class M, size_t N, size_t K>
-constexpr std::array<Case<M>, N> table(std::initializer_list<Entry<M>> own,
-                                       const std::array<Entry<M>, K>& shared) {
+// The dense table indexed by type, from lists of entries (a link's own, and those both links
+// share). Compilation stops at the `throw` when an entry lies outside the table or two entries
+// share a type.
+template <class M, size_t N, size_t... K>
+constexpr std::array<Case<M>, N> table(const std::array<Entry<M>, K>&... lists) {
   std::array<Case<M>, N> t{};
-  auto place = [&t](const Entry<M>& e) {
-    if (e.type < 0 || static_cast<size_t>(e.type) >= N) throw "message type outside the table";
-    if (t[static_cast<size_t>(e.type)].name != nullptr) throw "two messages share a type number";
-    t[static_cast<size_t>(e.type)] = e.c;
+  auto place = [&t](const auto& list) {
+    for (const Entry<M>& e : list) {
+      if (e.type < 0 || static_cast<size_t>(e.type) >= N) throw "message type outside the table";
+      if (t[static_cast<size_t>(e.type)].name != nullptr) throw "two messages share a type number";
+      t[static_cast<size_t>(e.type)] = e.c;
+    }
   };
-  for (const Entry<M>& e : own) place(e);
-  for (const Entry<M>& e : shared) place(e);
+  (place(lists), ...);
   return t;
-}
-template <class M, size_t N>
-constexpr std::array<Case<M>, N> table(std::initializer_list<Entry<M>> own) {
-  return table<M, N>(own, std::array<Entry<M>, 0>{});
 }
 
 // Reads the trailer (the last four bytes, big-endian) of a buffer of at least four bytes.

@@ -2,6 +2,7 @@
 #include <conflink/cc/cc_to_ps_messenger.h>
 #include <conflink/cgi/cgi_to_ps_messenger.h>
 #include <conflink/messaging/dispatch.h>
+#include <conflink/messaging/message.h>
 #include <conflink/messaging/messenger_support.h>
 
 #include <gtest/gtest.h>
@@ -279,9 +280,15 @@ struct FrameProbe {
   void Error(const char* text) { errors.push_back(text); }
 };
 
-constexpr auto kProbeCases = conflink::dispatch::table<FrameProbe, 8>({
-    conflink::dispatch::on<&FrameProbe::OnThing, FrameProbe>(5, "Thing"),
-});
+struct ThingSender {
+  int Thing(const unsigned long long&, const std::string&, const std::list<std::string>&, bool) {
+    return 0;
+  }
+};
+inline constexpr conflink::msg::Message<5, &ThingSender::Thing, &FrameProbe::OnThing> kThing{
+    "Thing"};
+constexpr auto kProbeCases = conflink::dispatch::table<FrameProbe, 8>(
+    std::array{conflink::msg::on<FrameProbe>(kThing)});
 
 TEST_F(DispatchTest, FrameDecodesArgumentsInOrderAndPassesTheMark) {
   std::string payload;

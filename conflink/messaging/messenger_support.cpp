@@ -1,5 +1,7 @@
 #include <conflink/messaging/messenger_support.h>
 
+#include <conflink/wire/wire.h>
+
 #include <syslog.h>
 
 #include <cstdio>

@@ -3,20 +3,10 @@
 
 #include <string>
 
-#include <conflink/wire/codec.h>
 #include <conflink/messaging/types.h>
 #include <conflink/platform/cyclic_message_queue.h>
 
 namespace conflink {
-
-// Builds one message from `args` (in order, each by its wire form) and hands it to the
-// messenger's SendMessage. The buffer is measured and allocated once, with room for the trailer.
-template <class M, class... A>
-int send(M& m, int type, const A&... args) {
-  std::string buffer;
-  wire::append(buffer, 4, args...);
-  return m.SendMessage(&type, &buffer);
-}
 
 // Appends the link mark to `buffer` in place and gives the message to the queue. An unconnected
 // messenger (no queue) fails with the queue's not-connected code instead of crashing.
@@ -31,12 +21,17 @@ void logInfo(const char* text);
 
 // The loop of ProcessMessageFromQueue: takes up to `maxCount` waiting messages without blocking,
 // each into `buffer`, and hands its type to `take`. True when at least one was taken.
-template <class Take>
-bool takeWaiting(CyclicMessageQueue* queue, std::string& buffer, int maxCount, Take take) {
+//
+// The queue is asked of `queueOf` before every message, never kept: a handler may disconnect or
+// reconnect the messenger (a departure handler that reopens the link does), and the next message
+// must come from the queue the messenger holds then, not from one that was freed.
+template <class QueueOf, class Take>
+bool takeWaiting(QueueOf queueOf, std::string& buffer, int maxCount, Take take) {
   bool took = false;
   int type = 0;
-  for (int i = 0; i < maxCount && queue != nullptr; ++i) {
-    if (queue->PeekMessage(&type, &buffer) <= 0) break;
+  for (int i = 0; i < maxCount; ++i) {
+    CyclicMessageQueue* queue = queueOf();
+    if (queue == nullptr || queue->PeekMessage(&type, &buffer) <= 0) break;
     took = true;
     take(type);
   }

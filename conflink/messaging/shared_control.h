@@ -8,7 +8,7 @@
 
 #include <string>
 
-#include <conflink/messaging/role_interfaces.h>
+#include <conflink/messaging/shared_interfaces.h>
 
 template <class Messenger>
 class SharedControl : public BothToPsInterface, public PsToBothInterface {
@@ -59,51 +59,83 @@ class SharedControl : public BothToPsInterface, public PsToBothInterface {
                           unsigned int size, const void* data) override;
 
   // Default handlers: each does nothing and returns 0.
-  int OnSuccess(const unsigned long long& id, PSSuccessType result) override;
-  int OnReject(const unsigned long long& id, RejectReason reason) override;
-  int OnModeratorApprovalNeeded(const unsigned long long& id) override;
-  int OnAuthorizationPassed(const unsigned long long& id, const unsigned long long& party,
-                            bool first, bool second) override;
-  int OnConferenceLocked(const unsigned long long& id, bool locked) override;
-  int OnSendConferenceParam(const unsigned long long& id, ConferenceParamType param,
-                            unsigned int size, const void* data) override;
-  int OnAddParticipant(const unsigned long long& id, const ConfIDString& conf,
-                       const unsigned long long& party, const ConferenceUser& user,
-                       PSProtocolType link) override;
-  int OnDialOut(const unsigned long long& id, const ConfIDString& conf,
-                const unsigned long long& party, PSProtocolType link) override;
-  int OnDeleteParticipant(const unsigned long long& id, const ConfIDString& conf,
-                          const unsigned long long& party, const unsigned long long& other,
-                          PSProtocolType link) override;
-  int OnSetSpeaker(const unsigned long long& id, const ConfIDString& conf,
-                   const unsigned long long& party, const unsigned long long& other, bool on,
-                   PSProtocolType link) override;
-  int OnStartLectureMode(const unsigned long long& id, const ConfIDString& conf,
-                         const unsigned long long& party, const unsigned long long& other,
-                         PSProtocolType link) override;
-  int OnRequestToSpeak(const unsigned long long& id, const ConfIDString& conf,
-                       const unsigned long long& party, bool on, PSProtocolType link) override;
-  int OnAuthorizationRequest(const unsigned long long& id, const ConfIDString& conf,
-                             const unsigned long long& party, const std::string& text,
-                             PSProtocolType link) override;
-  int OnStartConference(const unsigned long long& id, const ConfIDString& conf,
-                        const unsigned long long& party, PSProtocolType link) override;
-  int OnStopConference(const unsigned long long& id, const ConfIDString& conf,
-                       const unsigned long long& party, PSProtocolType link) override;
-  int OnRequestStartRecording(const unsigned long long& id, const ConfIDString& conf,
-                              const unsigned long long& party, PSProtocolType link) override;
-  int OnRequestStopRecording(const unsigned long long& id, const ConfIDString& conf,
-                             const unsigned long long& party, PSProtocolType link) override;
-  int OnRequestPauseRecording(const unsigned long long& id, const ConfIDString& conf,
-                              const unsigned long long& party, PSProtocolType link) override;
-  int OnRequestResumeRecording(const unsigned long long& id, const ConfIDString& conf,
-                               const unsigned long long& party, PSProtocolType link) override;
-  int OnInitiateDialOut(const unsigned long long& id, const ConfIDString& conf,
-                        const unsigned long long& party, bool on, PSProtocolType link) override;
-  int OnLockConference(const unsigned long long& id, const ConfIDString& conf,
-                       const unsigned long long& party, bool on, PSProtocolType link) override;
-  int OnGetConferenceParam(const unsigned long long& id, const ConfIDString& conf,
-                           ConferenceParamType param, PSProtocolType link) override;
+  int OnSuccess(const unsigned long long&, PSSuccessType) override { return 0; }
+  int OnReject(const unsigned long long&, RejectReason) override { return 0; }
+  int OnModeratorApprovalNeeded(const unsigned long long&) override { return 0; }
+  int OnAuthorizationPassed(const unsigned long long&, const unsigned long long&, bool,
+                            bool) override {
+    return 0;
+  }
+  int OnConferenceLocked(const unsigned long long&, bool) override { return 0; }
+  int OnSendConferenceParam(const unsigned long long&, ConferenceParamType, unsigned int,
+                            const void*) override {
+    return 0;
+  }
+  int OnAddParticipant(const unsigned long long&, const ConfIDString&, const unsigned long long&,
+                       const ConferenceUser&, PSProtocolType) override {
+    return 0;
+  }
+  int OnDialOut(const unsigned long long&, const ConfIDString&, const unsigned long long&,
+                PSProtocolType) override {
+    return 0;
+  }
+  int OnDeleteParticipant(const unsigned long long&, const ConfIDString&, const unsigned long long&,
+                          const unsigned long long&, PSProtocolType) override {
+    return 0;
+  }
+  int OnSetSpeaker(const unsigned long long&, const ConfIDString&, const unsigned long long&,
+                   const unsigned long long&, bool, PSProtocolType) override {
+    return 0;
+  }
+  int OnStartLectureMode(const unsigned long long&, const ConfIDString&, const unsigned long long&,
+                         const unsigned long long&, PSProtocolType) override {
+    return 0;
+  }
+  int OnRequestToSpeak(const unsigned long long&, const ConfIDString&, const unsigned long long&,
+                       bool, PSProtocolType) override {
+    return 0;
+  }
+  int OnAuthorizationRequest(const unsigned long long&, const ConfIDString&,
+                             const unsigned long long&, const std::string&,
+                             PSProtocolType) override {
+    return 0;
+  }
+  int OnStartConference(const unsigned long long&, const ConfIDString&, const unsigned long long&,
+                        PSProtocolType) override {
+    return 0;
+  }
+  int OnStopConference(const unsigned long long&, const ConfIDString&, const unsigned long long&,
+                       PSProtocolType) override {
+    return 0;
+  }
+  int OnRequestStartRecording(const unsigned long long&, const ConfIDString&,
+                              const unsigned long long&, PSProtocolType) override {
+    return 0;
+  }
+  int OnRequestStopRecording(const unsigned long long&, const ConfIDString&,
+                             const unsigned long long&, PSProtocolType) override {
+    return 0;
+  }
+  int OnRequestPauseRecording(const unsigned long long&, const ConfIDString&,
+                              const unsigned long long&, PSProtocolType) override {
+    return 0;
+  }
+  int OnRequestResumeRecording(const unsigned long long&, const ConfIDString&,
+                               const unsigned long long&, PSProtocolType) override {
+    return 0;
+  }
+  int OnInitiateDialOut(const unsigned long long&, const ConfIDString&, const unsigned long long&,
+                        bool, PSProtocolType) override {
+    return 0;
+  }
+  int OnLockConference(const unsigned long long&, const ConfIDString&, const unsigned long long&,
+                       bool, PSProtocolType) override {
+    return 0;
+  }
+  int OnGetConferenceParam(const unsigned long long&, const ConfIDString&, ConferenceParamType,
+                           PSProtocolType) override {
+    return 0;
+  }
 
  protected:
   SharedControl() = default;

@@ -1,7 +1,8 @@
-// The six role interfaces. Each is one side's view of a link: first the operations that side
-// sends, in the order of its message catalogue, then the handlers of what it receives, in the
-// order of the other side's catalogue. The messengers combine them; a process uses the interface
-// of its role and overrides the handlers it cares about.
+// The two role interfaces that both links share. Each role interface is one side's view of a
+// link: first the operations that side sends, in the order of its message catalogue, then the
+// handlers of what it receives, in the order of the other side's catalogue. The messengers
+// combine them with their link's own pair (cc/cc_interfaces.h, cgi/cgi_interfaces.h); a process
+// uses the interface of its role and overrides the handlers it cares about.
 #pragma once
 
 #include <string>
@@ -118,32 +119,4 @@ class PsToBothInterface {
                                const unsigned long long& party, bool on, PSProtocolType link) = 0;
   virtual int OnGetConferenceParam(const unsigned long long& id, const ConfIDString& conf,
                                    ConferenceParamType param, PSProtocolType link) = 0;
-};
-
-// What call control sends to the server, and its handlers of the server's commands.
-class CcToPsInterface {
- public:
-  virtual ~CcToPsInterface() = default;
-
-  virtual int InitiateConferenceServer() = 0;
-};
-
-// The server's commands to call control, and its handlers of what call control reports.
-class PsToCcInterface {
- public:
-  virtual ~PsToCcInterface() = default;
-
-  virtual int OnInitiateConferenceServer(PSProtocolType link) = 0;
-};
-
-// The web front end's administration requests, and its handlers of the server's replies.
-class CgiToPsInterface {
- public:
-  virtual ~CgiToPsInterface() = default;
-};
-
-// The server's replies to the web front end, and its handlers of the administration requests.
-class PsToCgiInterface {
- public:
-  virtual ~PsToCgiInterface() = default;
 };
