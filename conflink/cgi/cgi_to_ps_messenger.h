@@ -9,11 +9,11 @@
 #include <conflink/messaging/shared_control.h>
 #include <conflink/messaging/soho_messenger.h>
 
-class CGIToPSMessenger
-    : public SohoMessenger,
-      public SharedControl<CGIToPSMessenger>,  // BothToPsInterface, PsToBothInterface
-      public CgiToPsInterface,
-      public PsToCgiInterface {
+class CGIToPSMessenger : public SohoMessenger,
+                         public SharedClientControl<CGIToPSMessenger>,  // BothToPsInterface
+                         public SharedServerControl<CGIToPSMessenger>,  // PsToBothInterface
+                         public CgiToPsInterface,
+                         public PsToCgiInterface {
  public:
   // Does not connect; call Connect. Everything this messenger sends carries the mark 2.
   explicit CGIToPSMessenger(int queueNumber);
