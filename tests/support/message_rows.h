@@ -167,11 +167,12 @@ std::string describeOnLinkOf(int type, const std::string& buffer) {
              : msg::DescribeCgiLinkMessage(type, buffer.data(), buffer.size());
 }
 
-// Two probes of one link over the fake queue: `a` sends, `b` receives (or the reverse).
-template <class Probe>
+// Two probes over the fake queue: `a` sends, `b` receives. They are usually of one link; the
+// shared messages are also checked from either link's messenger to the other's.
+template <class Probe, class Receiver = Probe>
 struct Pair {
   Probe a;
-  Probe b;
+  Receiver b;
 
   // What `from` put on the queue for the last operation, after checking that it was exactly one
   // message whose result came back unchanged.
@@ -185,7 +186,8 @@ struct Pair {
   }
 
   // Hands `message` to `to`'s DispatchMessage; returns what its handlers recorded.
-  static std::vector<std::string> dispatch(Probe& to, const FakeMessage& message) {
+  template <class To>
+  static std::vector<std::string> dispatch(To& to, const FakeMessage& message) {
     to.calls.clear();
     to.errors.clear();
     int type = message.type;
@@ -211,7 +213,7 @@ struct Pair {
     EXPECT_EQ(dispatch(b, sent), expected);
     EXPECT_EQ(b.errors, std::vector<std::string>{});
 
-    const std::string text = describeOnLinkOf<Probe>(Type, sent.buffer);
+    const std::string text = describeOnLinkOf<Receiver>(Type, sent.buffer);
     EXPECT_EQ(text.find(m.name), 0u) << text;
     const std::string where =
         "[type " + std::to_string(Type) + ", mark " + std::to_string(markOf<Probe>()) + "]";
@@ -224,7 +226,7 @@ struct Pair {
       const std::string opening = "Malformed message " + std::to_string(Type) + " (" + m.name +
                                   ", " + std::to_string(cut) + " payload bytes): ";
       EXPECT_EQ(b.errors[0].rfind(opening, 0), 0u) << b.errors[0];
-      EXPECT_EQ(describeOnLinkOf<Probe>(Type, shorter.buffer), b.errors[0]);
+      EXPECT_EQ(describeOnLinkOf<Receiver>(Type, shorter.buffer), b.errors[0]);
     }
   }
 
@@ -262,19 +264,19 @@ struct Pair {
 };
 
 // One row of a link's table of messages.
-template <class Probe>
+template <class Probe, class Receiver = Probe>
 struct MessageRow {
   const char* name;
-  std::function<void(Pair<Probe>&)> deliver;
+  std::function<void(Pair<Probe, Receiver>&)> deliver;
 };
 
 // Runs every row with a fresh pair over a fresh fake queue.
-template <class Probe>
-void deliverEveryRow(const std::vector<MessageRow<Probe>>& rows) {
-  for (const MessageRow<Probe>& row : rows) {
+template <class Probe, class Receiver = Probe>
+void deliverEveryRow(const std::vector<MessageRow<Probe, Receiver>>& rows) {
+  for (const MessageRow<Probe, Receiver>& row : rows) {
     SCOPED_TRACE(row.name);
     ResetFake();
-    Pair<Probe> pair;
+    Pair<Probe, Receiver> pair;
     row.deliver(pair);
   }
 }
