@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <list>
 #include <string>
 #include <thread>
 #include <vector>
@@ -119,6 +120,87 @@ TEST_F(MessengerIpcTest, WebFrontEndPollReportsWhetherThePeerIsOnline) {
   EXPECT_EQ(cgi.WaitForMessageAndDispatch(), 0);
   EXPECT_EQ(cgi.WaitForMessageAndDispatch(), 0);
   EXPECT_EQ(cgi.WaitForMessageAndDispatch(), 2) << "the peer is online but silent";
+}
+
+// Call control and the server over the real queue: a join answered by an acceptance, a set-up
+// carrying a call description, answered by a success, and an error report each way.
+class CallControl : public CCToPSMessenger {
+ public:
+  using CCToPSMessenger::CCToPSMessenger;
+  std::vector<std::string> seen;
+  CallParams call;
+  int OnJoinAccept(const unsigned long long& id, const unsigned long long& party,
+                   const ConfIDString& conf, const std::list<std::string>& texts,
+                   const ParticipantParams&, TransmitType) override {
+    seen.push_back("accept " + std::to_string(id) + " " + std::to_string(party) + " " + conf.id +
+                   " " + std::to_string(texts.size()));
+    return 0;
+  }
+  int OnSetupConference(const unsigned long long& id, const ConfIDString& conf,
+                        const RecordingParams&, const CallParams* with, const ConfSpecParams&,
+                        unsigned short value) override {
+    seen.push_back("setup " + std::to_string(id) + " " + conf.id + " " +
+                   (with != nullptr ? with->text1 + "/" + with->text10 : "none") + " " +
+                   std::to_string(value));
+    Success(id, static_cast<CCSuccessType>(1));
+    return 0;
+  }
+  int OnReportError(const unsigned long long& id, ConfServError error) override {
+    seen.push_back("error " + std::to_string(id) + " " + std::to_string(error));
+    return 0;
+  }
+};
+
+class Server : public CCToPSMessenger {
+ public:
+  using CCToPSMessenger::CCToPSMessenger;
+  std::vector<std::string> seen;
+  int OnJoinConference(const unsigned long long& id, const ConfIDString& conf,
+                       const std::string& text, const SipUri& uri, bool flag,
+                       PSProtocolType link) override {
+    seen.push_back("join " + std::to_string(id) + " " + conf.id + " " + text + " " + uri.text2 +
+                   " " + (flag ? "true" : "false") + " " + std::to_string(link));
+    JoinAccept(id, 77, conf, {"a", "b"}, ParticipantParams{1, 2, 3, 4, 5},
+               static_cast<TransmitType>(1));
+    CallParams call{"first", "", "", "", "", "", "", "", "", "tenth", 9};
+    SetupConference(500, conf, RecordingParams{1, {}, 2, 3, 4, 5, SipUri{}}, &call,
+                    ConfSpecParams{1, 2, 3, 4, 5}, 0xBEEF);
+    return 0;
+  }
+  int OnSuccess(const unsigned long long& id, CCSuccessType result, PSProtocolType link) override {
+    seen.push_back("success " + std::to_string(id) + " " + std::to_string(result) + " " +
+                   std::to_string(link));
+    ReportError(600, static_cast<ConfServError>(6), true);
+    return 0;
+  }
+  int OnReportError(const unsigned long long& id, ConfServError error) override {
+    seen.push_back("error " + std::to_string(id) + " " + std::to_string(error));
+    return 0;
+  }
+};
+
+TEST_F(MessengerIpcTest, CallControlJoinsIsSetUpAndBothEndsReportErrors) {
+  Server ps(queueNumber_);
+  ASSERT_TRUE(ps.Connect(1, 0));
+  const int queue = queueNumber_;
+  ChildProcess cc([queue] {
+    CallControl side(queue);
+    if (!side.Connect(50, 20)) return 10;
+    if (side.JoinConference(400, ConfIDString{"weekly"}, "hello", SipUri{"sip:", "bob", "", ""},
+                            true) <= 0)
+      return 11;
+    if (side.ReportError(401, static_cast<ConfServError>(4)) <= 0) return 12;
+    const std::vector<std::string> expected = {"accept 400 77 weekly 2",
+                                               "setup 500 weekly first/tenth 48879", "error 600 6"};
+    while (side.seen.size() < expected.size()) {
+      if (side.WaitForMessageAndDispatch() != 0) return 13;
+    }
+    return side.seen == expected ? 0 : 14;
+  });
+  ASSERT_TRUE(pollUntil(ps, [&] { return ps.seen.size() >= 3; })) << ps.seen.size();
+  EXPECT_EQ(ps.seen, (std::vector<std::string>{"join 400 weekly hello bob true 0", "error 401 4",
+                                               "success 500 1 0"}));
+  EXPECT_EQ(cc.wait(), 0);
 }
 
 }  // namespace

@@ -9,7 +9,8 @@
 #include <conflink/messaging/shared_messages.h>
 #include <conflink/platform/cyclic_message_queue.h>
 
-template class SharedControl<CCToPSMessenger>;
+template class SharedClientControl<CCToPSMessenger>;
+template class SharedServerControl<CCToPSMessenger>;
 
 namespace {
 

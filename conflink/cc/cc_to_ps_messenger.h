@@ -10,28 +10,54 @@
 #include <conflink/messaging/shared_control.h>
 #include <conflink/messaging/soho_messenger.h>
 
-class CCToPSMessenger
-    : public SohoMessenger,
-      public SharedControl<CCToPSMessenger>,  // BothToPsInterface, PsToBothInterface
-      public CcToPsInterface,
-      public PsToCcInterface {
+class CCToPSMessenger : public SohoMessenger,
+                        public SharedClientControl<CCToPSMessenger>,  // BothToPsInterface
+                        public SharedServerControl<CCToPSMessenger>,  // PsToBothInterface
+                        public CcToPsInterface,
+                        public PsToCcInterface {
  public:
   // Does not connect; call Connect. Everything this messenger sends carries the mark 0.
   explicit CCToPSMessenger(int queueNumber);
   ~CCToPSMessenger() override;
 
+  // The messenger's own operations. They extend the table of the first interface,
+  // BothToPsInterface, in this order, so they are declared before any override of the other
+  // interfaces (each of which would take a place in that table too).
+
+  // The server's error report (type 263), received by the same OnReportError as 113. The flag
+  // is accepted and not sent.
+  virtual int ReportError(const unsigned long long& id, ConfServError error, bool flag);
+  // Queue events taken by ProcessMessageFromQueue; by default they call PSPeerConnected and
+  // PSPeerDisConnected.
+  virtual void PeerConnected();
+  virtual void PeerDisconnected();
+  // Override these to learn of the peer's arrival and departure; by default they do nothing.
+  virtual void PSPeerConnected();
+  virtual void PSPeerDisConnected();
+  // Waits for one message and dispatches it: 0 when one was dispatched, 1 when the queue failed.
+  virtual int WaitForMessageAndDispatch();
+  // Dispatches up to `maxCount` waiting messages without blocking; true when one was taken.
+  virtual bool ProcessMessageFromQueue(int maxCount);
+  // Appends the link mark to `buffer` in place and hands the message to the queue; returns the
+  // queue's result.
+  virtual int SendMessage(const int* type, std::string* buffer);
+  // Decodes one message (payload and trailer) and calls its handler; false for an unknown type.
+  virtual bool DispatchMessage(const int* type, const char* data, int length);
+  // Reports a text on the standard error stream and in the system log.
+  virtual void Error(const char* text);
+
   // Names that both links' shared messages and this link's own messages use, with other
   // arguments and numbers: both stay callable and overridable on this class.
-  using SharedControl<CCToPSMessenger>::AddParticipant;    // 2, and 128 below
-  using SharedControl<CCToPSMessenger>::SetSpeaker;        // 5, and 143
-  using SharedControl<CCToPSMessenger>::StartConference;   // 14, and 133
-  using SharedControl<CCToPSMessenger>::StopConference;    // 15, and 134
-  using SharedControl<CCToPSMessenger>::Success;           // 258, and 112
-  using SharedControl<CCToPSMessenger>::OnAddParticipant;  // handlers of the same
-  using SharedControl<CCToPSMessenger>::OnSetSpeaker;
-  using SharedControl<CCToPSMessenger>::OnStartConference;
-  using SharedControl<CCToPSMessenger>::OnStopConference;
-  using SharedControl<CCToPSMessenger>::OnSuccess;
+  using SharedClientControl<CCToPSMessenger>::AddParticipant;    // 2, and 128 below
+  using SharedClientControl<CCToPSMessenger>::SetSpeaker;        // 5, and 143
+  using SharedClientControl<CCToPSMessenger>::StartConference;   // 14, and 133
+  using SharedClientControl<CCToPSMessenger>::StopConference;    // 15, and 134
+  using SharedServerControl<CCToPSMessenger>::Success;           // 258, and 112
+  using SharedServerControl<CCToPSMessenger>::OnAddParticipant;  // handlers of the same
+  using SharedServerControl<CCToPSMessenger>::OnSetSpeaker;
+  using SharedServerControl<CCToPSMessenger>::OnStartConference;
+  using SharedServerControl<CCToPSMessenger>::OnStopConference;
+  using SharedClientControl<CCToPSMessenger>::OnSuccess;
 
   // Call control to the server.
   int JoinConference(const unsigned long long& id, const ConfIDString& conf,
@@ -193,30 +219,6 @@ class CCToPSMessenger
   }
   int OnInitiateConferenceServer(PSProtocolType) override { return 0; }
   int OnSuccess(const unsigned long long&, CCSuccessType, PSProtocolType) override { return 0; }
-
-  // The messenger's own operations, after those of the shared interfaces, in this order.
-
-  // The server's error report (type 263), received by the same OnReportError as 113. The flag
-  // is accepted and not sent.
-  virtual int ReportError(const unsigned long long& id, ConfServError error, bool flag);
-  // Queue events taken by ProcessMessageFromQueue; by default they call PSPeerConnected and
-  // PSPeerDisConnected.
-  virtual void PeerConnected();
-  virtual void PeerDisconnected();
-  // Override these to learn of the peer's arrival and departure; by default they do nothing.
-  virtual void PSPeerConnected();
-  virtual void PSPeerDisConnected();
-  // Waits for one message and dispatches it: 0 when one was dispatched, 1 when the queue failed.
-  virtual int WaitForMessageAndDispatch();
-  // Dispatches up to `maxCount` waiting messages without blocking; true when one was taken.
-  virtual bool ProcessMessageFromQueue(int maxCount);
-  // Appends the link mark to `buffer` in place and hands the message to the queue; returns the
-  // queue's result.
-  virtual int SendMessage(const int* type, std::string* buffer);
-  // Decodes one message (payload and trailer) and calls its handler; false for an unknown type.
-  virtual bool DispatchMessage(const int* type, const char* data, int length);
-  // Reports a text on the standard error stream and in the system log.
-  virtual void Error(const char* text);
 
  private:
   int mark_;

@@ -12,7 +12,8 @@
 
 namespace msg = conflink::msg;
 
-template class SharedControl<CGIToPSMessenger>;
+template class SharedClientControl<CGIToPSMessenger>;
+template class SharedServerControl<CGIToPSMessenger>;
 
 namespace {
 

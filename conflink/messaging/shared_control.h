@@ -1,17 +1,21 @@
 // The control messages both links carry, written once for both messengers.
 //
-// SharedControl<Messenger> implements the two shared role interfaces for a messenger: the
-// requests either client sends, the server's shared replies, and the default handlers of both.
-// It holds no data, so each messenger keeps the layout and virtual-slot order of its interfaces:
-// the shared interfaces come first, right after SohoMessenger.
+// Each of the two shared role interfaces has one implementation here, a template on the
+// messenger that sends through it: SharedClientControl<M> (the requests either client sends, and
+// its handlers of the server's replies) and SharedServerControl<M> (the server's replies, and its
+// handlers of the requests). Each derives from its interface alone and holds no data, so a
+// messenger built on them keeps the layout and the virtual-slot order of its interfaces: the
+// client's interface is its primary base, and the table it extends with its own operations holds
+// exactly that interface's operations first.
 #pragma once
 
 #include <string>
 
 #include <conflink/messaging/shared_interfaces.h>
 
+// Requests of a client to the server, and the client's handlers of the server's replies.
 template <class Messenger>
-class SharedControl : public BothToPsInterface, public PsToBothInterface {
+class SharedClientControl : public BothToPsInterface {
  public:
   // Requests of a client to the server.
   int AddParticipant(const unsigned long long& id, const ConfIDString& conf,
@@ -47,17 +51,6 @@ class SharedControl : public BothToPsInterface, public PsToBothInterface {
                      const unsigned long long& party, bool on) override;
   int GetConferenceParam(const unsigned long long& id, const ConfIDString& conf,
                          ConferenceParamType param) override;
-
-  // The server's shared replies.
-  int Success(const unsigned long long& id, PSSuccessType result) override;
-  int Reject(const unsigned long long& id, RejectReason reason) override;
-  int ModeratorApprovalNeeded(const unsigned long long& id) override;
-  int AuthorizationPassed(const unsigned long long& id, const unsigned long long& party, bool first,
-                          bool second) override;
-  int ConferenceLocked(const unsigned long long& id, bool locked) override;
-  int SendConferenceParam(const unsigned long long& id, ConferenceParamType param,
-                          unsigned int size, const void* data) override;
-
   // Default handlers: each does nothing and returns 0.
   int OnSuccess(const unsigned long long&, PSSuccessType) override { return 0; }
   int OnReject(const unsigned long long&, RejectReason) override { return 0; }
@@ -71,6 +64,28 @@ class SharedControl : public BothToPsInterface, public PsToBothInterface {
                             const void*) override {
     return 0;
   }
+
+ protected:
+  SharedClientControl() = default;
+
+ private:
+  Messenger& self() { return static_cast<Messenger&>(*this); }
+};
+
+// The server's shared replies, and its handlers of the requests both clients send.
+template <class Messenger>
+class SharedServerControl : public PsToBothInterface {
+ public:
+  // The server's shared replies.
+  int Success(const unsigned long long& id, PSSuccessType result) override;
+  int Reject(const unsigned long long& id, RejectReason reason) override;
+  int ModeratorApprovalNeeded(const unsigned long long& id) override;
+  int AuthorizationPassed(const unsigned long long& id, const unsigned long long& party, bool first,
+                          bool second) override;
+  int ConferenceLocked(const unsigned long long& id, bool locked) override;
+  int SendConferenceParam(const unsigned long long& id, ConferenceParamType param,
+                          unsigned int size, const void* data) override;
+  // Default handlers: each does nothing and returns 0.
   int OnAddParticipant(const unsigned long long&, const ConfIDString&, const unsigned long long&,
                        const ConferenceUser&, PSProtocolType) override {
     return 0;
@@ -138,7 +153,7 @@ class SharedControl : public BothToPsInterface, public PsToBothInterface {
   }
 
  protected:
-  SharedControl() = default;
+  SharedServerControl() = default;
 
  private:
   Messenger& self() { return static_cast<Messenger&>(*this); }

@@ -1,4 +1,4 @@
-// Definitions of SharedControl, included by each messenger's source, which instantiates it.
+// Definitions of SharedClientControl and SharedServerControl, included by each messenger's source, which instantiates it.
 #pragma once
 
 #include <conflink/messaging/shared_control.h>
@@ -10,20 +10,20 @@
 // ---- Requests of a client to the server, and the server's shared replies ----
 
 template <class Messenger>
-int SharedControl<Messenger>::AddParticipant(const unsigned long long& id, const ConfIDString& conf,
+int SharedClientControl<Messenger>::AddParticipant(const unsigned long long& id, const ConfIDString& conf,
                                              const unsigned long long& party,
                                              const ConferenceUser& user) {
   return send(self(), conflink::msg::both_to_ps::kAddParticipant, id, conf, party, user);
 }
 
 template <class Messenger>
-int SharedControl<Messenger>::DialOut(const unsigned long long& id, const ConfIDString& conf,
+int SharedClientControl<Messenger>::DialOut(const unsigned long long& id, const ConfIDString& conf,
                                       const unsigned long long& party) {
   return send(self(), conflink::msg::both_to_ps::kDialOut, id, conf, party);
 }
 
 template <class Messenger>
-int SharedControl<Messenger>::DeleteParticipant(const unsigned long long& id,
+int SharedClientControl<Messenger>::DeleteParticipant(const unsigned long long& id,
                                                 const ConfIDString& conf,
                                                 const unsigned long long& party,
                                                 const unsigned long long& other) {
@@ -31,14 +31,14 @@ int SharedControl<Messenger>::DeleteParticipant(const unsigned long long& id,
 }
 
 template <class Messenger>
-int SharedControl<Messenger>::SetSpeaker(const unsigned long long& id, const ConfIDString& conf,
+int SharedClientControl<Messenger>::SetSpeaker(const unsigned long long& id, const ConfIDString& conf,
                                          const unsigned long long& party,
                                          const unsigned long long& other, bool on) {
   return send(self(), conflink::msg::both_to_ps::kSetSpeaker, id, conf, party, other, on);
 }
 
 template <class Messenger>
-int SharedControl<Messenger>::StartLectureMode(const unsigned long long& id,
+int SharedClientControl<Messenger>::StartLectureMode(const unsigned long long& id,
                                                const ConfIDString& conf,
                                                const unsigned long long& party,
                                                const unsigned long long& other) {
@@ -46,13 +46,13 @@ int SharedControl<Messenger>::StartLectureMode(const unsigned long long& id,
 }
 
 template <class Messenger>
-int SharedControl<Messenger>::RequestToSpeak(const unsigned long long& id, const ConfIDString& conf,
+int SharedClientControl<Messenger>::RequestToSpeak(const unsigned long long& id, const ConfIDString& conf,
                                              const unsigned long long& party, bool on) {
   return send(self(), conflink::msg::both_to_ps::kRequestToSpeak, id, conf, party, on);
 }
 
 template <class Messenger>
-int SharedControl<Messenger>::AuthorizationRequest(const unsigned long long& id,
+int SharedClientControl<Messenger>::AuthorizationRequest(const unsigned long long& id,
                                                    const ConfIDString& conf,
                                                    const unsigned long long& party,
                                                    const std::string& text) {
@@ -60,97 +60,97 @@ int SharedControl<Messenger>::AuthorizationRequest(const unsigned long long& id,
 }
 
 template <class Messenger>
-int SharedControl<Messenger>::StartConference(const unsigned long long& id,
+int SharedClientControl<Messenger>::StartConference(const unsigned long long& id,
                                               const ConfIDString& conf,
                                               const unsigned long long& party) {
   return send(self(), conflink::msg::both_to_ps::kStartConference, id, conf, party);
 }
 
 template <class Messenger>
-int SharedControl<Messenger>::StopConference(const unsigned long long& id, const ConfIDString& conf,
+int SharedClientControl<Messenger>::StopConference(const unsigned long long& id, const ConfIDString& conf,
                                              const unsigned long long& party) {
   return send(self(), conflink::msg::both_to_ps::kStopConference, id, conf, party);
 }
 
 template <class Messenger>
-int SharedControl<Messenger>::RequestStartRecording(const unsigned long long& id,
+int SharedClientControl<Messenger>::RequestStartRecording(const unsigned long long& id,
                                                     const ConfIDString& conf,
                                                     const unsigned long long& party) {
   return send(self(), conflink::msg::both_to_ps::kRequestStartRecording, id, conf, party);
 }
 
 template <class Messenger>
-int SharedControl<Messenger>::RequestStopRecording(const unsigned long long& id,
+int SharedClientControl<Messenger>::RequestStopRecording(const unsigned long long& id,
                                                    const ConfIDString& conf,
                                                    const unsigned long long& party) {
   return send(self(), conflink::msg::both_to_ps::kRequestStopRecording, id, conf, party);
 }
 
 template <class Messenger>
-int SharedControl<Messenger>::RequestPauseRecording(const unsigned long long& id,
+int SharedClientControl<Messenger>::RequestPauseRecording(const unsigned long long& id,
                                                     const ConfIDString& conf,
                                                     const unsigned long long& party) {
   return send(self(), conflink::msg::both_to_ps::kRequestPauseRecording, id, conf, party);
 }
 
 template <class Messenger>
-int SharedControl<Messenger>::RequestResumeRecording(const unsigned long long& id,
+int SharedClientControl<Messenger>::RequestResumeRecording(const unsigned long long& id,
                                                      const ConfIDString& conf,
                                                      const unsigned long long& party) {
   return send(self(), conflink::msg::both_to_ps::kRequestResumeRecording, id, conf, party);
 }
 
 template <class Messenger>
-int SharedControl<Messenger>::InitiateDialOut(const unsigned long long& id,
+int SharedClientControl<Messenger>::InitiateDialOut(const unsigned long long& id,
                                               const ConfIDString& conf,
                                               const unsigned long long& party, bool on) {
   return send(self(), conflink::msg::both_to_ps::kInitiateDialOut, id, conf, party, on);
 }
 
 template <class Messenger>
-int SharedControl<Messenger>::LockConference(const unsigned long long& id, const ConfIDString& conf,
+int SharedClientControl<Messenger>::LockConference(const unsigned long long& id, const ConfIDString& conf,
                                              const unsigned long long& party, bool on) {
   return send(self(), conflink::msg::both_to_ps::kLockConference, id, conf, party, on);
 }
 
 template <class Messenger>
-int SharedControl<Messenger>::GetConferenceParam(const unsigned long long& id,
+int SharedClientControl<Messenger>::GetConferenceParam(const unsigned long long& id,
                                                  const ConfIDString& conf,
                                                  ConferenceParamType param) {
   return send(self(), conflink::msg::both_to_ps::kGetConferenceParam, id, conf, param);
 }
 
 template <class Messenger>
-int SharedControl<Messenger>::Success(const unsigned long long& id, PSSuccessType result) {
+int SharedServerControl<Messenger>::Success(const unsigned long long& id, PSSuccessType result) {
   return send(self(), conflink::msg::ps_to_both::kSuccess, id, result);
 }
 
 template <class Messenger>
-int SharedControl<Messenger>::Reject(const unsigned long long& id, RejectReason reason) {
+int SharedServerControl<Messenger>::Reject(const unsigned long long& id, RejectReason reason) {
   return send(self(), conflink::msg::ps_to_both::kReject, id, reason);
 }
 
 // The id does not travel: the reply goes with an empty payload.
 template <class Messenger>
-int SharedControl<Messenger>::ModeratorApprovalNeeded(const unsigned long long& id) {
+int SharedServerControl<Messenger>::ModeratorApprovalNeeded(const unsigned long long& id) {
   return send(self(), conflink::msg::ps_to_both::kModeratorApprovalNeeded, id);
 }
 
 template <class Messenger>
-int SharedControl<Messenger>::AuthorizationPassed(const unsigned long long& id,
+int SharedServerControl<Messenger>::AuthorizationPassed(const unsigned long long& id,
                                                   const unsigned long long& party, bool first,
                                                   bool second) {
   return send(self(), conflink::msg::ps_to_both::kAuthorizationPassed, id, party, first, second);
 }
 
 template <class Messenger>
-int SharedControl<Messenger>::ConferenceLocked(const unsigned long long& id, bool locked) {
+int SharedServerControl<Messenger>::ConferenceLocked(const unsigned long long& id, bool locked) {
   return send(self(), conflink::msg::ps_to_both::kConferenceLocked, id, locked);
 }
 
 // The size, then exactly that many bytes from `data`, with no prefix of their own.
 template <class Messenger>
-int SharedControl<Messenger>::SendConferenceParam(const unsigned long long& id,
+int SharedServerControl<Messenger>::SendConferenceParam(const unsigned long long& id,
                                                   ConferenceParamType param, unsigned int size,
                                                   const void* data) {
   return send(self(), conflink::msg::ps_to_both::kSendConferenceParam, id, param, size, data);
