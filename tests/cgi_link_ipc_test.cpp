@@ -17,6 +17,7 @@
 #include <conflink/conflink.h>
 #include <conflink/records/records_test_support.h>
 #include "tests/support/child_process.h"
+#include "tests/support/messenger_queue_fixture.h"
 
 namespace {
 
@@ -131,17 +132,9 @@ class Admin : public CGIToPSMessenger {
   }
 };
 
-// A queue number of its own for every test, and its shared object removed however it ends.
-class CgiLinkIpcTest : public ::testing::Test {
+class CgiLinkIpcTest : public conflink::testing::MessengerQueueTest {
  protected:
-  void SetUp() override {
-    static std::atomic<int> next{0};
-    queueNumber_ = 200000 + (getpid() % 10000) * 16 + next++ % 16;
-  }
-  void TearDown() override {
-    shm_unlink(conflink::QueueObjectName(queueNumber_, "/bin/ping").c_str());
-  }
-  int queueNumber_ = 0;
+  CgiLinkIpcTest() : MessengerQueueTest(200000) {}
 };
 
 TEST_F(CgiLinkIpcTest, FrontEndSavesReadsBackCreatesAndReceivesALargeConference) {

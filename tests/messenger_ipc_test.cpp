@@ -13,23 +13,16 @@
 
 #include <conflink/conflink.h>
 #include "tests/support/child_process.h"
+#include "tests/support/messenger_queue_fixture.h"
 
 namespace {
 
 using conflink::testing::ChildProcess;
 using Clock = std::chrono::steady_clock;
 
-// A queue number of its own for every test, and its shared object removed however it ends.
-class MessengerIpcTest : public ::testing::Test {
+class MessengerIpcTest : public conflink::testing::MessengerQueueTest {
  protected:
-  void SetUp() override {
-    static std::atomic<int> next{0};
-    queueNumber_ = 100000 + (getpid() % 10000) * 16 + next++ % 16;
-  }
-  void TearDown() override {
-    shm_unlink(conflink::QueueObjectName(queueNumber_, "/bin/ping").c_str());
-  }
-  int queueNumber_ = 0;
+  MessengerIpcTest() : MessengerQueueTest(100000) {}
 };
 
 class ServerSide : public CCToPSMessenger {
