@@ -14,7 +14,9 @@
 // The answering child leaves without running destructors, so it unregisters from the daemon
 // itself when its end closes: a daemon that stops while a dead process is still registered
 // aborts, leaving its shared memory behind.
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -70,6 +72,10 @@ constexpr const char* kRoudiConfig =
     "count = 8\n";
 
 constexpr int kRoudiStartSeconds = 10;
+// One RouDi per machine: a second run of the bench (or a test beside it) waits this long for
+// the first to finish with its daemon.
+constexpr int kDaemonLockSeconds = 60;
+constexpr const char* kDaemonLockPath = "/tmp/conflink-ipc-bench-iceoryx.lock";
 constexpr int kConnectSeconds = 10;
 
 struct Daemon {
@@ -77,6 +83,36 @@ struct Daemon {
   std::string directory;  // the configuration and the daemon's log
 };
 Daemon gDaemon;
+// Set once this process has opened the iceoryx runtime: there is one per process, and a child
+// forked afterwards would inherit it, so iceoryx runs at most once per process.
+bool gRuntimeOpened = false;
+// Set when the driving end saw a failure: the answering child may have died still registered
+// with the daemon, which then needs its monitoring to drop it before it can stop cleanly.
+bool gChildMayBeRegistered = false;
+// The daemon drops a process that sent no keep-alive for 1.5 s.
+constexpr int kDeadProcessDropSeconds = 3;
+
+// Takes the machine-wide lock for our daemon and holds it until this process ends.
+bool lockDaemon(std::string& why) {
+  static int fd = -1;
+  if (fd >= 0) return true;
+  const int opened = ::open(kDaemonLockPath, O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  if (opened < 0) {
+    why = std::string("open ") + kDaemonLockPath + ": " + std::strerror(errno);
+    return false;
+  }
+  for (int i = 0; i < kDaemonLockSeconds * 10; ++i) {
+    if (flock(opened, LOCK_EX | LOCK_NB) == 0) {
+      fd = opened;
+      return true;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+  ::close(opened);
+  why = "another process has held " + std::string(kDaemonLockPath) + " for " +
+        std::to_string(kDaemonLockSeconds) + " s";
+  return false;
+}
 
 std::string fileContents(const std::string& path) {
   std::ifstream file(path);
@@ -87,6 +123,11 @@ std::string fileContents(const std::string& path) {
 // this process has unregistered, see startDaemon).
 void stopDaemon() {
   if (gDaemon.pid > 0) {
+    const std::string log = gDaemon.directory + "/roudi.log";
+    for (int i = 0; gChildMayBeRegistered && i < kDeadProcessDropSeconds * 20; ++i) {
+      if (fileContents(log).find("--> removing it") != std::string::npos) break;
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
     kill(gDaemon.pid, SIGTERM);
     int status = 0;
     bool reaped = false;
@@ -111,6 +152,7 @@ void stopDaemon() {
 // Starts RouDi and waits until it is ready. False with `why` when it cannot run here.
 bool startDaemon(std::string& why) {
   if (gDaemon.pid > 0) return true;
+  if (!lockDaemon(why)) return false;
   if (access(CONFLINK_BENCH_IOX_ROUDI, X_OK) != 0) {
     why = std::string("the daemon ") + CONFLINK_BENCH_IOX_ROUDI + " is not installed";
     return false;
@@ -219,7 +261,7 @@ class IceoryxEndpoint : public Endpoint {
     const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(kConnectSeconds);
     while (!publisher_->hasSubscribers()) {
       if (std::chrono::steady_clock::now() > until || childEnded())
-        return fail("the peer's subscriber did not connect");
+        return failed("the peer's subscriber did not connect");
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     return true;
@@ -236,9 +278,9 @@ class IceoryxEndpoint : public Endpoint {
             if (error != iox::popo::AllocationError::RUNNING_OUT_OF_CHUNKS)
               problem = "loan failed (" + std::to_string(static_cast<int>(error)) + ")";
           });
-      if (!problem.empty()) return fail(problem);
+      if (!problem.empty()) return failed(problem);
       if (chunk == nullptr) {
-        if (childEnded()) return fail("loan: the peer ended");
+        if (childEnded()) return failed("loan: the peer ended");
         std::this_thread::yield();
       }
     }
@@ -258,9 +300,9 @@ class IceoryxEndpoint : public Endpoint {
             if (result != iox::popo::ChunkReceiveResult::NO_CHUNK_AVAILABLE)
               problem = "take failed (" + std::to_string(static_cast<int>(result)) + ")";
           });
-      if (!problem.empty()) return fail(problem);
+      if (!problem.empty()) return failed(problem);
       if (held_ != nullptr) break;
-      if (childEnded()) return fail("receive: the peer ended");
+      if (childEnded()) return failed("receive: the peer ended");
       waitSet_.timedWait(iox::units::Duration::fromMilliseconds(kPeerWaitSliceMs));
     }
     *message = std::string_view(static_cast<const char*>(held_),
@@ -269,6 +311,11 @@ class IceoryxEndpoint : public Endpoint {
   }
 
  private:
+  bool failed(std::string text) {
+    if (side_ == 0) gChildMayBeRegistered = true;
+    return fail(std::move(text));
+  }
+
   int side_;
   std::optional<iox::popo::UntypedPublisher> publisher_;
   std::optional<iox::popo::UntypedSubscriber> subscriber_;
@@ -276,8 +323,21 @@ class IceoryxEndpoint : public Endpoint {
   const void* held_ = nullptr;
 };
 
+// The runtime's name, which is also the name of its socket and lock file in /tmp.
+std::string runtimeName(pid_t owner, int side) {
+  return "conflink-ipc-bench-" + std::to_string(owner) + (side == 0 ? "-drive" : "-answer");
+}
+
 class IceoryxTransport : public Transport {
  public:
+  // In the driving process, after the row: the files of an answering child that died without
+  // unregistering are removed (they are gone already when it left normally).
+  ~IceoryxTransport() override {
+    if (owner_ != getpid()) return;
+    const std::string files = "/tmp/" + runtimeName(owner_, 1);
+    ::unlink(files.c_str());
+    ::unlink((files + ".lock").c_str());
+  }
   std::string name() const override { return "iceoryx publish/subscribe"; }
   std::string bigMessageNote() const override { return "one chunk"; }
   bool prepare(std::string& error) override {
@@ -286,13 +346,12 @@ class IceoryxTransport : public Transport {
   }
   std::unique_ptr<Endpoint> open(int side, std::string& error) override {
     // Each process opens the runtime once, under a name of its own.
-    static bool opened = false;
-    if (!opened) {
-      const std::string name = "conflink-ipc-bench-" + std::to_string(getpid());
+    if (!gRuntimeOpened) {
+      const std::string name = runtimeName(owner_, side);
       iox::log::LogManager::GetLogManager().SetDefaultLogLevel(iox::log::LogLevel::kWarn);
       iox::runtime::PoshRuntime::initRuntime(
           iox::RuntimeName_t(iox::cxx::TruncateToCapacity, name.c_str()));
-      opened = true;
+      gRuntimeOpened = true;
     }
     auto end = std::make_unique<IceoryxEndpoint>(owner_, side);
     if (end->connect()) return end;
@@ -307,7 +366,11 @@ class IceoryxTransport : public Transport {
 }  // namespace
 
 std::unique_ptr<Transport> makeIceoryxTransport(std::string& whyNot) {
-  // Started here, before any row is measured: a daemon that cannot run makes a skipped row, not
+  if (gRuntimeOpened) {
+    whyNot = "iceoryx ran in this process already (its runtime is one per process)";
+    return nullptr;
+  }
+  // Started here, before the row is measured: a daemon that cannot run makes a skipped row, not
   // a failed one.
   if (!startDaemon(whyNot)) return nullptr;
   return std::make_unique<IceoryxTransport>();
