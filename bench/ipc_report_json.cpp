@@ -1,7 +1,9 @@
 #include "ipc_report_json.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <iterator>
 
 #include "bench_json.h"
 
@@ -90,18 +92,42 @@ std::vector<PeerVerdict> judgePeerGoals(const std::vector<Row>& rows) {
   return verdicts;
 }
 
+// "0.95 us" for a round trip, "1.87M msg/s" for a throughput.
+std::string figureText(const Field& field, double value) {
+  char text[32];
+  if (std::isnan(value)) return "not measured";
+  if (field.lowerIsBetter) {
+    std::snprintf(text, sizeof text, "%.2f us", value);
+  } else if (value >= 1e6) {
+    std::snprintf(text, sizeof text, "%.2fM msg/s", value / 1e6);
+  } else {
+    std::snprintf(text, sizeof text, "%.1fk msg/s", value / 1e3);
+  }
+  return text;
+}
+
 bool printPeerGoals(const std::vector<Row>& rows) {
   const std::vector<PeerVerdict> verdicts = judgePeerGoals(rows);
   if (verdicts.empty()) return true;
+  int queueWidth = 0;
+  int peerWidth = 0;
+  for (const PeerVerdict& v : verdicts) {
+    queueWidth = std::max(queueWidth, static_cast<int>(v.queue->label.size()));
+    peerWidth = std::max(peerWidth, static_cast<int>(v.peer->label.size()));
+  }
   bool allMet = true;
   const char* goal = nullptr;
-  std::printf("\nAgainst the peer libraries\n");
+  std::printf("\nAgainst the peer libraries (ratio: the queue's figure to the peer's)\n");
   for (const PeerVerdict& v : verdicts) {
     if (v.goal != goal) std::printf("  the queue's %s\n", goal = v.goal);
     allMet = allMet && v.met;
-    std::printf("    %-28s vs %-40s %10.4g vs %-10.4g = %6.3gx  %s\n", v.queue->label.c_str(),
-                v.peer->label.c_str(), v.queueValue, v.peerValue, v.ratio,
-                v.met ? "met" : "MISSED");
+    const Field& field =
+        *std::find_if(std::begin(kPeerGoals), std::end(kPeerGoals), [&](const PeerGoal& g) {
+           return g.text == v.goal;
+         })->field;
+    std::printf("    %-*s vs %-*s %14s vs %-14s = %6.3fx  %s\n", queueWidth, v.queue->label.c_str(),
+                peerWidth, v.peer->label.c_str(), figureText(field, v.queueValue).c_str(),
+                figureText(field, v.peerValue).c_str(), v.ratio, v.met ? "met" : "MISSED");
   }
   return allMet;
 }
