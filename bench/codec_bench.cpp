@@ -17,15 +17,12 @@
 // --quick runs each benchmark briefly (a smoke run, rough figures); --json also writes every
 // figure, its ratios to memcpy and to each peer, and the goals to FILE.
 #include <benchmark/benchmark.h>
-#include <sys/utsname.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <fstream>
 #include <map>
 #include <new>
 #include <string>
@@ -36,6 +33,7 @@
 #include <conflink/records/records.h>
 
 #include "bench_json.h"
+#include "bench_machine.h"
 #include "codec_peers.h"
 
 // Counts heap allocations, to show that encoding grows its buffer once and allocates nothing per
@@ -405,31 +403,14 @@ void printSummary() {
     std::printf("FAILED %s: %s\n", error.first.c_str(), error.second.c_str());
 }
 
-std::string firstLineWith(const char* path, const char* key) {
-  std::ifstream file(path);
-  std::string line;
-  while (std::getline(file, line)) {
-    if (line.compare(0, std::strlen(key), key) == 0) {
-      const auto colon = line.find(':');
-      if (colon != std::string::npos) return line.substr(line.find_first_not_of(" \t", colon + 1));
-    }
-  }
-  return "unknown";
-}
-
 // Every figure with its ratio to memcpy and to the same operation of each peer (or, for a peer's
 // row, of ours), the skipped peers and the goals.
 bool writeJson(const std::string& path, bool quick) {
   using conflink::bench::JsonWriter;
-  utsname system{};
-  uname(&system);
   JsonWriter json;
   json.beginObject();
   json.member("benchmark", "codec_bench");
-  json.key("machine").beginObject();
-  json.member("cpu", firstLineWith("/proc/cpuinfo", "model name"));
-  json.member("cpus", sysconf(_SC_NPROCESSORS_ONLN)).member("kernel", system.release);
-  json.endObject();
+  conflink::bench::writeMachine(json);
   json.member("build_type", CONFLINK_BENCH_BUILD_TYPE);
   json.member("load", 0);
   json.member("quick", quick);

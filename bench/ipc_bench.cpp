@@ -24,6 +24,7 @@
 #include <string>
 #include <vector>
 
+#include "bench_machine.h"
 #include "ipc_measure.h"
 #include "ipc_messenger_row.h"
 #include "ipc_peers.h"
@@ -109,19 +110,6 @@ bool parseOptions(int argc, char** argv, Options& options) {
   return true;
 }
 
-std::string firstLineWith(const char* path, const char* key) {
-  std::ifstream file(path);
-  std::string line;
-  while (std::getline(file, line)) {
-    if (line.compare(0, std::strlen(key), key) == 0) {
-      const auto colon = line.find(':');
-      return colon == std::string::npos ? line
-                                        : line.substr(line.find_first_not_of(" \t", colon + 1));
-    }
-  }
-  return "unknown";
-}
-
 std::string fileText(const char* path) {
   std::ifstream file(path);
   std::string text;
@@ -133,7 +121,7 @@ void printSetting(const Plan& plan) {
   uname(&system);
   std::printf("ipc_bench: two processes (fork), nothing pinned\n");
   std::printf("  machine      %ld CPUs online, %s, Linux %s\n", sysconf(_SC_NPROCESSORS_ONLN),
-              firstLineWith("/proc/cpuinfo", "model name").c_str(), system.release);
+              cpuModel().c_str(), system.release);
   std::printf("  load average %s (other work on the machine moves the figures)\n",
               fileText("/proc/loadavg").c_str());
   std::printf("  round trips  %d of 64 bytes after %d warm-up; median and 99th percentile\n",
@@ -228,12 +216,7 @@ int main(int argc, char** argv) {
   const std::string loadAfter = fileText("/proc/loadavg");
   std::printf("\nwhole run: %.1f s; load average now %s\n", seconds, loadAfter.c_str());
   if (!options.json.empty()) {
-    utsname system{};
-    uname(&system);
     RunSetting setting;
-    setting.machine = firstLineWith("/proc/cpuinfo", "model name");
-    setting.cpus = sysconf(_SC_NPROCESSORS_ONLN);
-    setting.kernel = system.release;
     setting.loadAverageBefore = loadBefore;
     setting.loadAverageAfter = loadAfter;
     setting.buildType = CONFLINK_BENCH_BUILD_TYPE;

@@ -6,6 +6,7 @@
 #include <iterator>
 
 #include "bench_json.h"
+#include "bench_machine.h"
 
 namespace conflink::bench {
 namespace {
@@ -142,9 +143,7 @@ bool writeRunJson(const std::string& path, const RunSetting& setting, const std:
   JsonWriter json;
   json.beginObject();
   json.member("benchmark", "ipc_bench");
-  json.key("machine").beginObject();
-  json.member("cpu", setting.machine).member("cpus", setting.cpus);
-  json.member("kernel", setting.kernel).endObject();
+  writeMachine(json);
   json.member("build_type", setting.buildType);
   json.member("load", setting.load);
   json.member("load_average_before", setting.loadAverageBefore);

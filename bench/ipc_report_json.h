@@ -17,9 +17,6 @@ struct SkippedRow {
 };
 
 struct RunSetting {
-  std::string machine;  // CPU model
-  long cpus = 0;
-  std::string kernel;
   int load = 0;  // CPU-bound processes running beside the measurement
   std::string loadAverageBefore;
   std::string loadAverageAfter;
