@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -161,6 +163,47 @@ TEST(PeerGoals, EveryQueueRowMeetsEveryPeer) {
   EXPECT_EQ(judged, (std::vector<std::string>{"blocking/a met", "blocking/b missed", "busy/a met",
                                               "busy/b missed", "blocking/a met", "blocking/b met",
                                               "busy/a met", "busy/b met"}));
+}
+
+// The file a script reads: ratios against the socket of the same run, the setting, the skipped
+// rows and the verdicts, with what was not measured as null.
+TEST(RunJson, CarriesRatiosToTheSocketTheSkippedRowsAndThePeerVerdicts) {
+  Figures failedPeer = figures(2, 1e6);
+  failedPeer.ok = false;
+  failedPeer.error = "the peer ended";
+  const std::vector<Row> rows = {{"socket", "", RowRole::kBaseline, figures(8, 1e6)},
+                                 {"queue", "", RowRole::kQueue, figures(2, 4e6)},
+                                 {"zmq", "one message", RowRole::kPeer, figures(4, 5e6)},
+                                 {"boost", "", RowRole::kPeer, failedPeer}};
+  RunSetting setting;
+  setting.load = 2;
+  setting.buildType = "Release";
+  char path[] = "/tmp/conflink-ipc-peer-test.XXXXXX";
+  const int fd = mkstemp(path);
+  ASSERT_GE(fd, 0);
+  close(fd);
+  std::string error;
+  ASSERT_TRUE(writeRunJson(path, setting, rows, {{"iceoryx", "no daemon"}}, error)) << error;
+  std::ifstream file(path);
+  const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+  unlink(path);
+
+  auto has = [&](const std::string& fragment) { return text.find(fragment) != std::string::npos; };
+  EXPECT_TRUE(has("\"load\": 2,")) << text;
+  EXPECT_TRUE(has("\"build_type\": \"Release\"")) << text;
+  // The queue's round trip is a quarter of the socket's, its throughput four times.
+  EXPECT_TRUE(has("\"round_trip_p50_us\": 0.25,")) << text;
+  EXPECT_TRUE(has("\"msg_64B_per_s\": 4,")) << text;
+  EXPECT_TRUE(has("\"round_trip_p99_us\": null")) << text;
+  EXPECT_TRUE(has("\"reason\": \"no daemon\"")) << text;
+  EXPECT_TRUE(has("\"error\": \"the peer ended\"")) << text;
+  // Ahead of zmq on the round trip (2 against 4 us), behind it on throughput (4M against 5M).
+  EXPECT_TRUE(
+      has("\"peer\": \"zmq\",\n      \"value\": 2,\n      \"peer_value\": 4,\n"
+          "      \"ratio_to_peer\": 0.5,\n      \"counts\": true,\n      \"met\": true"))
+      << text;
+  EXPECT_TRUE(has("\"ratio_to_peer\": 0.8,\n      \"counts\": true,\n      \"met\": false"))
+      << text;
 }
 
 TEST(JsonWriter, NestsEscapesAndWritesUnmeasuredFiguresAsNull) {
