@@ -1,12 +1,16 @@
 // ipc_bench: the shared-memory queue against the kernel's own transports, between two processes
 // of this machine, and the messengers' own path over the queue.
 //
-//   ipc_bench [--quick] [--round-trips N] [--only TEXT]
+//   ipc_bench [--quick] [--round-trips N] [--only TEXT] [--json FILE]
+//
+// Beside them run the libraries a user would pick instead (ZeroMQ, Boost.Interprocess, iceoryx,
+// see ipc_peers.h); a row whose library was not built or cannot run here is listed as skipped.
 //
 // Prints one table (round-trip median and 99th percentile of a 64-byte message, one-way
 // throughput of 64-byte and 4 KiB messages, the rate at which one 4 MiB message moves), each
 // figure with its ratio to the Unix socket's, then the queue's goals, met or missed. Exits 1 when
-// a transport failed to deliver what it was sent, 2 on a bad option, 3 when the watchdog fired.
+// a transport failed to deliver what it was sent, 2 on a bad option, 3 when the watchdog fired,
+// 4 when the JSON file could not be written.
 #include <sys/utsname.h>
 #include <unistd.h>
 
@@ -20,10 +24,13 @@
 #include <string>
 #include <vector>
 
+#include "bench_machine.h"
 #include "ipc_measure.h"
 #include "ipc_messenger_row.h"
+#include "ipc_peers.h"
 #include "ipc_process.h"
 #include "ipc_report.h"
+#include "ipc_report_json.h"
 #include "ipc_transport.h"
 
 using namespace conflink::bench;
@@ -32,11 +39,12 @@ namespace {
 
 void printUsage(std::FILE* to) {
   std::fprintf(to,
-               "usage: ipc_bench [--quick] [--round-trips N] [--only TEXT]\n"
+               "usage: ipc_bench [--quick] [--round-trips N] [--only TEXT] [--json FILE]\n"
                "  --quick           fewer iterations, for a smoke run\n"
                "  --round-trips N   measured round trips per transport (default 100000)\n"
                "  --only TEXT       only the rows whose label contains TEXT (and the unix\n"
-               "                    socket, the yardstick); may be given more than once\n");
+               "                    socket, the yardstick); may be given more than once\n"
+               "  --json FILE       also write every figure, ratio and goal to FILE\n");
 }
 
 // Fewer of everything: a whole run in a few seconds, figures rougher.
@@ -55,6 +63,8 @@ Plan quickPlan() {
 struct Options {
   Plan plan;
   std::vector<std::string> only;  // label fragments; empty: every row
+  std::string json;               // where to write the figures as JSON; empty: nowhere
+  bool quick = false;
 
   bool wanted(const std::string& label) const {
     if (only.empty()) return true;
@@ -82,10 +92,13 @@ bool parseOptions(int argc, char** argv, Options& options) {
       if (*end != '\0' || roundTrips < 1 || roundTrips > 10000000) return false;
     } else if (option == "--only" && i + 1 < argc) {
       options.only.push_back(argv[++i]);
+    } else if (option == "--json" && i + 1 < argc) {
+      options.json = argv[++i];
     } else {
       return false;
     }
   }
+  options.quick = quick;
   if (quick) plan = quickPlan();
   if (roundTrips > 0) {
     plan.roundTrips = static_cast<int>(roundTrips);
@@ -95,19 +108,6 @@ bool parseOptions(int argc, char** argv, Options& options) {
   // short enough that a stuck one cannot hold the run for long.
   plan.limitSeconds = (quick ? 20 : 40) + static_cast<unsigned>(plan.roundTrips / 5000);
   return true;
-}
-
-std::string firstLineWith(const char* path, const char* key) {
-  std::ifstream file(path);
-  std::string line;
-  while (std::getline(file, line)) {
-    if (line.compare(0, std::strlen(key), key) == 0) {
-      const auto colon = line.find(':');
-      return colon == std::string::npos ? line
-                                        : line.substr(line.find_first_not_of(" \t", colon + 1));
-    }
-  }
-  return "unknown";
 }
 
 std::string fileText(const char* path) {
@@ -121,7 +121,7 @@ void printSetting(const Plan& plan) {
   uname(&system);
   std::printf("ipc_bench: two processes (fork), nothing pinned\n");
   std::printf("  machine      %ld CPUs online, %s, Linux %s\n", sysconf(_SC_NPROCESSORS_ONLN),
-              firstLineWith("/proc/cpuinfo", "model name").c_str(), system.release);
+              cpuModel().c_str(), system.release);
   std::printf("  load average %s (other work on the machine moves the figures)\n",
               fileText("/proc/loadavg").c_str());
   std::printf("  round trips  %d of 64 bytes after %d warm-up; median and 99th percentile\n",
@@ -158,6 +158,7 @@ int main(int argc, char** argv) {
   installWatchdog();
   printSetting(plan);
   const std::int64_t started = nowNs();
+  const std::string loadBefore = fileText("/proc/loadavg");
 
   // Queue numbers of this run only, far from the small numbers the product's processes use.
   const int queueBase = 1000000000 + static_cast<int>(getpid() % 1000000) * 4;
@@ -187,11 +188,47 @@ int main(int argc, char** argv) {
         transport ? measureTransport(*transport, plan) : measureMessengers(queueBase + 2, plan);
     rows.push_back(std::move(row));
   }
+  std::vector<SkippedRow> skipped;
+  for (const PeerRow& peer : peerRows()) {
+    if (!options.wanted(peer.label)) continue;
+    Row row;
+    row.role = RowRole::kPeer;
+    row.label = peer.label;
+    std::string whyNot;
+    std::unique_ptr<Transport> transport = peer.make(whyNot);
+    if (!transport) {
+      std::fprintf(stderr, "skipping %s: %s\n", peer.label.c_str(), whyNot.c_str());
+      skipped.push_back({peer.label, whyNot});
+      continue;
+    }
+    row.note = transport->bigMessageNote();
+    std::fprintf(stderr, "measuring %s ...\n", row.label.c_str());
+    row.figures = measureTransport(*transport, plan);
+    rows.push_back(std::move(row));
+  }
 
   printTable(rows);
   printGoals(rows);
-  std::printf("\nwhole run: %.1f s; load average now %s\n",
-              static_cast<double>(nowNs() - started) / 1e9, fileText("/proc/loadavg").c_str());
+  printPeerGoals(rows);
+  if (!skipped.empty()) std::printf("\n");
+  printSkipped(skipped);
+  const double seconds = static_cast<double>(nowNs() - started) / 1e9;
+  const std::string loadAfter = fileText("/proc/loadavg");
+  std::printf("\nwhole run: %.1f s; load average now %s\n", seconds, loadAfter.c_str());
+  if (!options.json.empty()) {
+    RunSetting setting;
+    setting.loadAverageBefore = loadBefore;
+    setting.loadAverageAfter = loadAfter;
+    setting.buildType = CONFLINK_BENCH_BUILD_TYPE;
+    setting.quick = options.quick;
+    setting.plan = plan;
+    setting.seconds = seconds;
+    std::string error;
+    if (!writeRunJson(options.json, setting, rows, skipped, error)) {
+      std::fprintf(stderr, "ipc_bench: %s\n", error.c_str());
+      return 4;
+    }
+  }
 
   for (const Row& row : rows)
     if (!row.figures.ok) return 1;

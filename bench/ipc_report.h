@@ -13,6 +13,7 @@ enum class RowRole {
   kBaseline,    // the Unix socket: every ratio is against this row
   kQueue,       // the queue: the goals apply
   kMessengers,  // the library's own path: goals shown for reference
+  kPeer,        // a library a user would pick instead: the queue must be ahead of it
   kOther,
 };
 
