@@ -160,6 +160,21 @@ class LinkSeeds {
   bool failed_ = false;
 };
 
+// The messages both links carry, from either messenger.
+template <class Messenger>
+void sendShared(LinkSeeds<Messenger>& seeds) {
+  namespace both = msg::both_to_ps;
+  namespace reply = msg::ps_to_both;
+  seeds.send(both::kAddParticipant, both::kDialOut, both::kDeleteParticipant, both::kSetSpeaker,
+             both::kStartLectureMode, both::kRequestToSpeak, both::kAuthorizationRequest,
+             both::kStartConference, both::kStopConference, both::kRequestStartRecording,
+             both::kRequestStopRecording, both::kRequestPauseRecording,
+             both::kRequestResumeRecording, both::kInitiateDialOut, both::kLockConference,
+             both::kGetConferenceParam);
+  seeds.send(reply::kSuccess, reply::kReject, reply::kModeratorApprovalNeeded,
+             reply::kAuthorizationPassed, reply::kConferenceLocked, reply::kSendConferenceParam);
+}
+
 // Each record filled and empty, behind the byte that picks it.
 template <size_t... I>
 void writeRecords(const fs::path& dir, std::index_sequence<I...>) {
@@ -192,8 +207,6 @@ int main(int argc, char** argv) {
     fs::create_directories(root / target);
   }
 
-  namespace both = msg::both_to_ps;
-  namespace reply = msg::ps_to_both;
   bool complete = true;
   {
     namespace up = msg::cc_to_ps;
@@ -212,14 +225,7 @@ int main(int argc, char** argv) {
             down::kAddScenario, down::kUpdateScenario, down::kRemoveScenario, down::kJoinAccept,
             down::kJoinReject, down::kActivateAttendant, down::kSendEndpointTopology,
             down::kReportError);
-    cc.send(both::kAddParticipant, both::kDialOut, both::kDeleteParticipant, both::kSetSpeaker,
-            both::kStartLectureMode, both::kRequestToSpeak, both::kAuthorizationRequest,
-            both::kStartConference, both::kStopConference, both::kRequestStartRecording,
-            both::kRequestStopRecording, both::kRequestPauseRecording,
-            both::kRequestResumeRecording, both::kInitiateDialOut, both::kLockConference,
-            both::kGetConferenceParam);
-    cc.send(reply::kSuccess, reply::kReject, reply::kModeratorApprovalNeeded,
-            reply::kAuthorizationPassed, reply::kConferenceLocked, reply::kSendConferenceParam);
+    sendShared(cc);
     complete = cc.complete(msg::CcLinkMessages()) && complete;
   }
   {
@@ -251,14 +257,7 @@ int main(int argc, char** argv) {
              down::kSendPublicConfList, down::kSendRecordingParamsList, down::kSendReservationList,
              down::kSendReservationLoad, down::kExtReservationAdded, down::kSendRegisteredUserList,
              down::kCgiReportError);
-    cgi.send(both::kAddParticipant, both::kDialOut, both::kDeleteParticipant, both::kSetSpeaker,
-             both::kStartLectureMode, both::kRequestToSpeak, both::kAuthorizationRequest,
-             both::kStartConference, both::kStopConference, both::kRequestStartRecording,
-             both::kRequestStopRecording, both::kRequestPauseRecording,
-             both::kRequestResumeRecording, both::kInitiateDialOut, both::kLockConference,
-             both::kGetConferenceParam);
-    cgi.send(reply::kSuccess, reply::kReject, reply::kModeratorApprovalNeeded,
-             reply::kAuthorizationPassed, reply::kConferenceLocked, reply::kSendConferenceParam);
+    sendShared(cgi);
     complete = cgi.complete(msg::CgiLinkMessages()) && complete;
   }
 
