@@ -9,17 +9,14 @@
 // HEX may be split over several arguments and may contain spaces, colons and a leading 0x; TYPE is
 // decimal or 0x-prefixed hex. Exit status: 0 when every buffer was read, 1 when some input was not
 // a type and hex bytes, 2 on a usage error.
-#include <cerrno>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <iostream>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include <conflink/cc/cc_catalogue.h>
 #include <conflink/cgi/cgi_catalogue.h>
+#include "tools/decode_input.h"
 
 namespace {
 
@@ -29,57 +26,17 @@ const char kUsage[] =
     "       conflink_decode [--link cc|cgi] --list\n"
     "HEX is the buffer as the queue carries it: the payload, then the 4-byte link mark.\n";
 
-int digit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
-
-// Hex pairs, ignoring spaces, colons and 0x prefixes; false with a reason on anything else.
-bool parseHex(const std::string& text, std::string& out, std::string& error) {
-  out.clear();
-  int high = -1;
-  for (size_t i = 0; i < text.size(); ++i) {
-    const char c = text[i];
-    if (c == ' ' || c == ':' || c == '\t') continue;
-    if (c == '0' && i + 1 < text.size() && (text[i + 1] == 'x' || text[i + 1] == 'X') && high < 0) {
-      ++i;
-      continue;
-    }
-    const int d = digit(c);
-    if (d < 0) {
-      error = std::string("'") + c + "' at position " + std::to_string(i) + " is not a hex digit";
-      return false;
-    }
-    if (high < 0) {
-      high = d;
-    } else {
-      out += static_cast<char>(high * 16 + d);
-      high = -1;
-    }
-  }
-  if (high >= 0) {
-    error = "odd number of hex digits";
-    return false;
-  }
-  return true;
-}
-
-bool parseType(const std::string& text, int& type, std::string& error) {
-  errno = 0;
-  char* end = nullptr;
-  const long long v = std::strtoll(text.c_str(), &end, 0);
-  // Queue events are written as 0x80000000 and 0x80000001: take the 32-bit pattern.
-  if (text.empty() || *end != '\0' || errno != 0 || v < -2147483648LL || v > 0xffffffffLL) {
-    error = "'" + text + "' is not a message type";
-    return false;
-  }
-  type = static_cast<int>(static_cast<unsigned int>(v & 0xffffffffLL));
-  return true;
-}
-
 using Describe = std::string (*)(int, const char*, size_t);
+
+bool refused(const std::string& where, const std::string& error) {
+  std::cerr << "conflink_decode: " << where << error << '\n';
+  return false;
+}
+
+bool shown(Describe describe, int type, const std::string& buffer) {
+  std::cout << describe(type, buffer.data(), buffer.size()) << '\n';
+  return true;
+}
 
 // Describes one "TYPE HEX..." input; false (with the reason on stderr) when it is not one.
 bool decodeOne(Describe describe, const std::string& typeText, const std::string& hexText,
@@ -87,12 +44,11 @@ bool decodeOne(Describe describe, const std::string& typeText, const std::string
   int type = 0;
   std::string buffer;
   std::string error;
-  if (!parseType(typeText, type, error) || !parseHex(hexText, buffer, error)) {
-    std::cerr << "conflink_decode: " << where << error << '\n';
-    return false;
+  if (!conflink::decode_input::parseType(typeText, type, error) ||
+      !conflink::decode_input::parseHex(hexText, buffer, error)) {
+    return refused(where, error);
   }
-  std::cout << describe(type, buffer.data(), buffer.size()) << '\n';
-  return true;
+  return shown(describe, type, buffer);
 }
 
 }  // namespace
@@ -133,13 +89,19 @@ int main(int argc, char** argv) {
     bool allRead = true;
     std::string line;
     for (int number = 1; std::getline(std::cin, line); ++number) {
-      std::istringstream fields(line);
-      std::string typeText;
-      if (!(fields >> typeText) || typeText[0] == '#') continue;  // blank or comment
-      std::string rest;
-      std::getline(fields, rest);
-      allRead =
-          decodeOne(describe, typeText, rest, "line " + std::to_string(number) + ": ") && allRead;
+      int type = 0;
+      std::string buffer;
+      std::string error;
+      switch (conflink::decode_input::parseLine(line, type, buffer, error)) {
+        case conflink::decode_input::Line::kSkip:
+          break;
+        case conflink::decode_input::Line::kBuffer:
+          shown(describe, type, buffer);
+          break;
+        case conflink::decode_input::Line::kBad:
+          allRead = refused("line " + std::to_string(number) + ": ", error);
+          break;
+      }
     }
     return allRead ? 0 : 1;
   }

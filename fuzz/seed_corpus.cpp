@@ -1,0 +1,277 @@
+// Writes the seed corpora of the fuzz targets: every message of both links sent through its own
+// operation, with a value in every field, as the queue received it; the same bytes as lines of
+// conflink_decode's input; and every record's encoding. Run from the source tree as
+//
+//   fuzz_seed_corpus fuzz/corpus
+//
+// It replaces the corpora it writes, and fails when a message that a link's messenger handles
+// got no seed, so that a message added to a link cannot go unseeded.
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <list>
+#include <set>
+#include <string>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include <conflink/cc/cc_catalogue.h>
+#include <conflink/cc/cc_messages.h>
+#include <conflink/cgi/cgi_catalogue.h>
+#include <conflink/cgi/cgi_messages.h>
+#include <conflink/messaging/shared_messages.h>
+#include "fuzz/fuzz_support.h"
+#include "tests/support/cc_recorder.h"
+#include "tests/support/cgi_recorder.h"
+#include "tests/support/fake_platform.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+namespace msg = conflink::msg;
+namespace wire = conflink::wire;
+
+template <class T>
+struct IsList : std::false_type {};
+template <class T>
+struct IsList<std::list<T>> : std::true_type {};
+template <class T>
+struct IsOptional : std::false_type {};
+template <class T>
+struct IsOptional<std::optional<T>> : std::true_type {};
+
+// Fills every field with a value of its own, lists with two elements, and makes every optional
+// part present, so that a seed reaches every field's decoder.
+class Sampler {
+ public:
+  template <class T>
+  void fill(T& v) {
+    if constexpr (std::is_same_v<T, bool>) {
+      v = true;
+    } else if constexpr (std::is_integral_v<T> || std::is_enum_v<T>) {
+      v = static_cast<T>(++n_);
+    } else if constexpr (std::is_floating_point_v<T>) {
+      v = 0.5 + ++n_;
+    } else if constexpr (std::is_same_v<T, std::string>) {
+      v = "s" + std::to_string(++n_);
+    } else if constexpr (IsList<T>::value) {
+      v.resize(2);
+      for (auto& e : v) fill(e);
+    } else if constexpr (IsOptional<T>::value) {
+      v.emplace();
+      fill(*v);
+    } else if constexpr (std::is_same_v<T, const void*>) {
+      v = kBlock;  // the size beside it is a small number, well inside the block
+    } else if constexpr (std::is_same_v<T, const CallParams*>) {
+      static CallParams call;
+      fill(call);
+      v = &call;
+    } else if constexpr (std::is_same_v<T, RecordingParams>) {
+      fill(v.value1), fill(v.texts), fill(v.value2), fill(v.value4), fill(v.value5), fill(v.uri);
+      v.value3 = 0;  // the address travels only then
+    } else if constexpr (std::is_same_v<T, Reservations>) {
+      fill(v.items);
+    } else if constexpr (std::is_same_v<T, LoadSegment>) {
+      fill(v.start), fill(v.load);
+    } else {
+      wire::Fields<T>::visit(v, [&](const char*, auto& field) { fill(field); });
+    }
+  }
+
+ private:
+  static constexpr char kBlock[64] = "a parameter block in the server's own form";
+  int n_ = 0;
+};
+
+void write(const fs::path& file, const std::string& bytes) {
+  std::ofstream(file, std::ios::binary)
+      .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+std::string hexText(const std::string& bytes) {
+  std::string out;
+  wire::renderHex(out, bytes.data(), bytes.size());
+  return out;
+}
+
+std::string fileName(int type, const char* name) {
+  char number[8];
+  std::snprintf(number, sizeof number, "%03d", type);
+  return std::string(number) + "-" + name;
+}
+
+// Sends messages through one messenger over the fake queue and writes what the queue received.
+template <class Messenger>
+class LinkSeeds {
+ public:
+  LinkSeeds(const fs::path& root, const char* dispatchCorpus)
+      : root_(root), dispatch_(dispatchCorpus) {
+    conflink::testing::ResetFake();
+    if (!messenger_.Connect(1, 0)) failed_ = true;
+  }
+
+  template <class... Declared>
+  void send(const Declared&... m) {
+    (one(m), ...);
+  }
+
+  // False when a message this link's messenger handles got no seed.
+  bool complete(const std::vector<conflink::MessageName>& catalogue) const {
+    bool all = !failed_;
+    for (const conflink::MessageName& m : catalogue) {
+      if (m.handled && types_.count(m.type) == 0) {
+        std::fprintf(stderr, "no seed for message %d (%s)\n", m.type, m.name);
+        all = false;
+      }
+    }
+    return all;
+  }
+
+ private:
+  template <int Type, auto Send, auto Handle, class Form>
+  void one(const msg::Message<Type, Send, Handle, Form>& m) {
+    using Values = typename msg::Message<Type, Send, Handle, Form>::Sender::Values;
+    Values values;
+    Sampler sampler;
+    std::apply([&](auto&... v) { (sampler.fill(v), ...); }, values);
+    auto& sent = conflink::testing::Fake().sent;
+    sent.clear();
+    std::apply([this](const auto&... v) { (messenger_.*Send)(v...); }, values);
+    if (sent.size() != 1 || sent[0].type != Type) {
+      std::fprintf(stderr, "%s (%d) did not reach the queue as one message\n", m.name, Type);
+      failed_ = true;
+      return;
+    }
+    types_.insert(Type);
+    const std::string file = fileName(Type, m.name);
+    const std::string& buffer = sent[0].buffer;
+    write(root_ / dispatch_ / file, conflink::fuzz::receivedInput(Type, buffer));
+    write(root_ / "describe" / file, conflink::fuzz::receivedInput(Type, buffer));
+    write(root_ / "decode_input" / (std::string(dispatch_) + "-" + file),
+          std::to_string(Type) + " " + hexText(buffer) + "\n");
+  }
+
+  fs::path root_;
+  const char* dispatch_;
+  Messenger messenger_;
+  std::set<int> types_;
+  bool failed_ = false;
+};
+
+// The messages both links carry, from either messenger.
+template <class Messenger>
+void sendShared(LinkSeeds<Messenger>& seeds) {
+  namespace both = msg::both_to_ps;
+  namespace reply = msg::ps_to_both;
+  seeds.send(both::kAddParticipant, both::kDialOut, both::kDeleteParticipant, both::kSetSpeaker,
+             both::kStartLectureMode, both::kRequestToSpeak, both::kAuthorizationRequest,
+             both::kStartConference, both::kStopConference, both::kRequestStartRecording,
+             both::kRequestStopRecording, both::kRequestPauseRecording,
+             both::kRequestResumeRecording, both::kInitiateDialOut, both::kLockConference,
+             both::kGetConferenceParam);
+  seeds.send(reply::kSuccess, reply::kReject, reply::kModeratorApprovalNeeded,
+             reply::kAuthorizationPassed, reply::kConferenceLocked, reply::kSendConferenceParam);
+}
+
+// Each record filled and empty, behind the byte that picks it.
+template <size_t... I>
+void writeRecords(const fs::path& dir, std::index_sequence<I...>) {
+  auto one = [&dir](size_t index, auto* type) {
+    using T = std::remove_pointer_t<decltype(type)>;
+    T filled{};
+    Sampler().fill(filled);
+    const std::string pick(1, static_cast<char>(index));
+    std::string bytes = pick;
+    wire::append(bytes, 0, filled);
+    write(dir / (std::to_string(index) + "-filled"), bytes);
+    bytes = pick;
+    wire::append(bytes, 0, T{});
+    write(dir / (std::to_string(index) + "-empty"), bytes);
+  };
+  (one(I, static_cast<std::tuple_element_t<I, conflink::fuzz::Records>*>(nullptr)), ...);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 2) {
+    std::fprintf(stderr, "usage: fuzz_seed_corpus CORPUS_DIR\n");
+    return 2;
+  }
+  const fs::path root = argv[1];
+  for (const char* target : {"cc_dispatch", "cgi_dispatch", "describe", "decode_input",
+                             "conference_params", "records"}) {
+    fs::remove_all(root / target);
+    fs::create_directories(root / target);
+  }
+
+  bool complete = true;
+  {
+    namespace up = msg::cc_to_ps;
+    namespace down = msg::ps_to_cc;
+    LinkSeeds<conflink::testing::CcRecorder> cc(root, "cc_dispatch");
+    cc.send(up::kJoinConference, up::kActivateParticipant, up::kParticipantLeft,
+            up::kHoldParticipant, up::kForwardParticipant, up::kGetEndpointTopology,
+            up::kRecordingTerminated, up::kInitiateConferenceServer, up::kSuccess,
+            up::kReportError);
+    cc.send(down::kAddParticipant, down::kUpdateUserInfo, down::kRemoveParticipant,
+            down::kSetupConference, down::kCloseConference, down::kStartConference,
+            down::kStopConference, down::kPauseConference, down::kResumeConference,
+            down::kStartRecording, down::kStopRecording, down::kPauseRecording,
+            down::kResumeRecording, down::kModifyConferenceMedia, down::kModifyParticipantMedia,
+            down::kSetSpeaker, down::kRegisterConfID, down::kRegisterAllConferences,
+            down::kAddScenario, down::kUpdateScenario, down::kRemoveScenario, down::kJoinAccept,
+            down::kJoinReject, down::kActivateAttendant, down::kSendEndpointTopology,
+            down::kReportError);
+    sendShared(cc);
+    complete = cc.complete(msg::CcLinkMessages()) && complete;
+  }
+  {
+    namespace up = msg::cgi_to_ps;
+    namespace down = msg::ps_to_cgi;
+    LinkSeeds<conflink::testing::CgiRecorder> cgi(root, "cgi_dispatch");
+    cgi.send(up::kCreateConference, up::kSaveConfGeneral, up::kSaveConfNewParticipants,
+             up::kSaveConfParticipants, up::kSaveConfSchedule, up::kSaveConfSipSettings,
+             up::kSaveConfRecording, up::kSaveConfCodecs, up::kSaveConfSysMessages,
+             up::kSaveConfAutoGainCtrl, up::kSaveAttendant, up::kSaveMailText,
+             up::kRestoreMailDefaults, up::kSaveStatisticsSettings, up::kClearStatistics,
+             up::kModifyLocalRoutingTable, up::kUpdateTOSValues, up::kDeleteConference,
+             up::kModifyConferenceMedia, up::kModifyParticipantMedia, up::kSendCreationMails,
+             up::kGetConference, up::kGetGeneralSettings, up::kGetNewParticipantSettings,
+             up::kGetParticipantsList, up::kGetSipSettings, up::kGetRecordingSettings,
+             up::kGetScheduleSettings, up::kGetEncodingSettings, up::kGetSysMessageSettings,
+             up::kGetAutoGainCtrlSettings, up::kGetAttendantSettings, up::kGetConferenceProgress,
+             up::kGetConferenceStatus, up::kGetUserConfList, up::kGetActiveConfList,
+             up::kGetPublicConfList, up::kGetRecordingParamsList, up::kAddReservation,
+             up::kRemoveReservation, up::kGetReservationList, up::kGetReservationLoad,
+             up::kAddExtReservation, up::kRemoveExtReservation, up::kGetRegisteredUserList,
+             up::kAddRegisteredUser, up::kRemoveRegisteredUser);
+    cgi.send(down::kConferenceCreated, down::kSendConference, down::kSendGeneralSettings,
+             down::kSendNewParticipantSettings, down::kSendParticipantsList, down::kSendSipSettings,
+             down::kSendRecordingSettings, down::kSendScheduleSettings, down::kSendEncodingSettings,
+             down::kSendSysMessageSettings, down::kSendAutoGainCtrlSettings,
+             down::kSendAttendantSettings, down::kSendConferenceProgress,
+             down::kSendConferenceStatus, down::kSendUserConfList, down::kSendActiveConfList,
+             down::kSendPublicConfList, down::kSendRecordingParamsList, down::kSendReservationList,
+             down::kSendReservationLoad, down::kExtReservationAdded, down::kSendRegisteredUserList,
+             down::kCgiReportError);
+    sendShared(cgi);
+    complete = cgi.complete(msg::CgiLinkMessages()) && complete;
+  }
+
+  // A conference with every section filled, an empty one, and a filled one with bytes after it.
+  ConferenceParams filled{};
+  Sampler().fill(filled);
+  std::string encoded;
+  encoded << filled;
+  write(root / "conference_params" / "filled", encoded);
+  write(root / "conference_params" / "filled-then-more", encoded + "more");
+  std::string empty;
+  empty << ConferenceParams{};
+  write(root / "conference_params" / "empty", empty);
+
+  writeRecords(root / "records", std::make_index_sequence<conflink::fuzz::kRecordCount>());
+  return complete ? 0 : 1;
+}
