@@ -110,7 +110,7 @@ int CyclicMessageQueue::State::Receive(int* type, std::string* buffer, int timeo
       slice = static_cast<int>(std::min<std::int64_t>(left, slice));
     }
     queue::WaitOnBell(
-        attachment.self(), receiveSpin, outbound.handOff(),
+        attachment.self(), attachment.peer(), receiveSpin, queue::kWaitForData,
         [&] { return inbound.RingHasData() || inbound.PeerWordChanged(); }, slice);
   }
 }

@@ -16,6 +16,7 @@
 #include <conflink/platform/cyclic_message_queue.h>
 #include <conflink/platform/queue_layout.h>
 #include <conflink/platform/queue_locks.h>
+#include <conflink/platform/queue_wait.h>
 #include <conflink/platform/queue_ring.h>
 
 namespace conflink::queue {
@@ -244,7 +245,7 @@ void ReadPlaces(const Segment& seg, QueueReport& report) {
       report.findings.push_back(Place(p) +
                                 ": its lock is held but its attach word says free: a party is "
                                 "attaching or leaving, or the word was overwritten");
-    if (place.waiting > 2)
+    if (place.waiting > (kWaitForData | kWaitForRoom | kWaitRung) || place.waiting == kWaitRung)
       report.findings.push_back(Place(p) + ": waiting word " + std::to_string(place.waiting) +
                                 " is not a value a party writes");
   }

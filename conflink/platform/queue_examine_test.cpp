@@ -386,35 +386,36 @@ TEST(QueueInspect, ObjectsThatAreNoQueueAreRefusedWithTheReason) {
     const char* what;
     std::uint64_t bytes;
     std::function<void(RawObject&)> fill;
-    const char* error;
+    std::string error;
   };
   const std::uint32_t cap = 64;
   const std::uint32_t size = static_cast<std::uint32_t>(SegmentBytes(cap));
+  const std::uint32_t V = queue::kLayoutVersion;
   const auto header = [](std::uint32_t magic, std::uint32_t version, std::uint32_t capacity,
                          std::uint32_t segmentBytes) {
     return [=](RawObject& o) { o.Header(magic, version, capacity, segmentBytes); };
   };
   const std::vector<Case> cases = {
       {"empty object", 0, [](RawObject&) {}, "is empty"},
-      {"shorter than the control blocks", 100, header(queue::kLayoutMagic, 1, cap, size),
+      {"shorter than the control blocks", 100, header(queue::kLayoutMagic, V, cap, size),
        "is truncated"},
-      {"wrong magic", size, header(0xdeadbeef, 1, cap, size), "is not a queue: magic 0xdeadbeef"},
-      {"magic never stored", size, header(0, 1, cap, size), "is not a queue"},
-      {"another layout version", size, header(queue::kLayoutMagic, 2, cap, size),
-       "layout version 2"},
-      {"capacity below the least", size, header(queue::kLayoutMagic, 1, 10, size),
+      {"wrong magic", size, header(0xdeadbeef, V, cap, size), "is not a queue: magic 0xdeadbeef"},
+      {"magic never stored", size, header(0, V, cap, size), "is not a queue"},
+      {"another layout version", size, header(queue::kLayoutMagic, V + 1, cap, size),
+       "layout version " + std::to_string(V + 1)},
+      {"capacity below the least", size, header(queue::kLayoutMagic, V, 10, size),
        "capacity 10, outside"},
-      {"capacity above the most", size, header(queue::kLayoutMagic, 1, kMaxQueueCapacity + 1, size),
+      {"capacity above the most", size, header(queue::kLayoutMagic, V, kMaxQueueCapacity + 1, size),
        "outside"},
       {"capacity larger than the object", size,
-       header(queue::kLayoutMagic, 1, 65536, static_cast<std::uint32_t>(SegmentBytes(65536))),
+       header(queue::kLayoutMagic, V, 65536, static_cast<std::uint32_t>(SegmentBytes(65536))),
        "is truncated: a capacity of 65536"},
-      {"size in the header disagrees", size, header(queue::kLayoutMagic, 1, cap, size + 64),
+      {"size in the header disagrees", size, header(queue::kLayoutMagic, V, cap, size + 64),
        "gives its size as"},
-      {"object larger than its header says", size + 4096, header(queue::kLayoutMagic, 1, cap, size),
+      {"object larger than its header says", size + 4096, header(queue::kLayoutMagic, V, cap, size),
        "its header says"},
       {"object larger than any queue", SegmentBytes(kMaxQueueCapacity) + 1,
-       header(queue::kLayoutMagic, 1, cap, size), "larger than any queue"},
+       header(queue::kLayoutMagic, V, cap, size), "larger than any queue"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
@@ -519,7 +520,7 @@ TEST(QueueInspect, GarbageInEveryWordNeverReadsOutsideTheObject) {
       x = x * 1664525u + 1013904223u;
       if ((x >> 31) != 0) object.Word(4 * w, (x >> 8) % (3 * cap));
     }
-    object.Header(queue::kLayoutMagic, 1, cap, size);
+    object.Header(queue::kLayoutMagic, queue::kLayoutVersion, cap, size);
     QueueReport report;
     std::string error;
     ASSERT_TRUE(InspectQueue(name.Object(), report, error)) << error;

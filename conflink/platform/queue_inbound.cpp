@@ -243,7 +243,7 @@ bool Inbound::TakeRecord(std::uint32_t tail, std::uint32_t available, std::uint3
 
 void Inbound::Consumed(std::uint32_t next) {
   a_.inConsumer().tail.store(next, std::memory_order_release);
-  RingIfWaiting(a_.peer());
+  RingIfWaiting(a_.peer(), kWaitForRoom);
 }
 
 void Inbound::Push(int result, int type, std::string data) {

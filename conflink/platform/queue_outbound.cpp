@@ -10,10 +10,13 @@
 namespace conflink::queue {
 namespace {
 
-// Smallest fragment worth writing while a message waits for room, so that a nearly full ring is
-// not filled with headers.
-std::uint32_t MinFragment(std::uint32_t capacity) {
-  return std::min<std::uint32_t>(256, capacity / 4);
+// Smallest fragment worth writing while a message waits for room, and the room a sender that
+// found the ring full waits for before it writes again. Writing as soon as a few bytes are free
+// would make the two parties hand the ring's lines back and forth for every record (and on a
+// busy machine, wake each other for every record); a quarter of the ring lets each side work
+// through a batch while the other works on the rest.
+std::uint32_t Batch(std::uint32_t capacity) {
+  return capacity / 4;
 }
 
 }  // namespace
@@ -111,8 +114,11 @@ int Outbound::Send(int type, const std::string& buffer, std::string& error) {
       // A message that goes in fragments depends on the peer taking; take what it sent us first,
       // so that its own sends never wait on ours, however quickly it reads.
       if (in_.RingHasData() && !keepInboundMoving()) return GiveUp(seq, published, kQueueNoMemory);
+      // A message that fits the ring waits for room for all of it; a larger one goes in
+      // fragments of a batch or more.
       chunk = std::min(remaining, space);
-      write = chunk >= std::min(remaining, MinFragment(capacity)) && chunk > 0;
+      write = remaining + kRecordHeaderBytes > capacity && chunk > 0 &&
+              chunk >= std::min(remaining, Batch(capacity));
     }
     if (write) {
       RecordHeader header{};
@@ -124,7 +130,7 @@ int Outbound::Send(int type, const std::string& buffer, std::string& error) {
       header.length = chunk;
       const std::uint32_t next = ring.WriteRecord(head, header, buffer.data() + sent);
       producer.head.store(next, std::memory_order_release);
-      RingIfWaiting(a_.peer(), &handOff_);
+      RingIfWaiting(a_.peer(), kWaitForData);
       sent += chunk;
       published = true;
       continue;
@@ -142,9 +148,10 @@ int Outbound::Send(int type, const std::string& buffer, std::string& error) {
       return GiveUp(seq, published, kQueuePeerStalled);
     }
     if (!keepInboundMoving()) return GiveUp(seq, published, kQueueNoMemory);
-    const std::uint32_t need = kRecordHeaderBytes + std::min(remaining, MinFragment(capacity));
+    const std::uint32_t need = std::min(
+        capacity, kRecordHeaderBytes + std::max(Batch(capacity), std::min(remaining, capacity)));
     WaitOnBell(
-        a_.self(), spin_, handOff_,
+        a_.self(), a_.peer(), spin_, kWaitForRoom | kWaitForData,
         [&] {
           return FreeBytes() >= need || in_.RingHasData() ||
                  a_.peer().attach.load(std::memory_order_acquire) != peerWord;
