@@ -209,6 +209,18 @@ TEST_F(QueueCorruption, HostileFragmentSequencesNeverBecomeMessages) {
          t.Inject(kRecordLast, 2, 9, 100, half);
        },
        {}},
+      {"a whole message typed as the peer's arrival is refused",
+       [&](QueueCorruption& t) { t.Inject(kRecordFirst | kRecordLast, 1, 0x80000000u, 50, half); },
+       {kQueueCorrupt}},
+      {"a whole message typed as the peer's departure is refused",
+       [&](QueueCorruption& t) { t.Inject(kRecordFirst | kRecordLast, 1, 0x80000001u, 0, ""); },
+       {kQueueCorrupt}},
+      {"a fragmented message typed as an event is refused once, its rest skipped",
+       [&](QueueCorruption& t) {
+         t.Inject(kRecordFirst, 1, 0x80000001u, 100, half);
+         t.Inject(kRecordLast, 1, 0x80000001u, 100, half);
+       },
+       {kQueueCorrupt}},
       {"a stray last fragment is skipped",
        [&](QueueCorruption& t) { t.Inject(kRecordLast, 7, 9, 50, half); },
        {}},

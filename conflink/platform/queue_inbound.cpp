@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <new>
 #include <utility>
 
@@ -181,6 +182,16 @@ bool Inbound::TakeRecord(std::uint32_t tail, std::uint32_t available, std::uint3
       // A new message while one is unfinished: the unfinished one was abandoned by a producer
       // that died or gave up.
       DropPartial();
+      // The types of queue events are ours alone: a record claiming one would make the peer's
+      // bytes pass for an arrival or a departure. Its other fragments are skipped as strays.
+      if (static_cast<int>(header.type) == kQueueEventPeerConnected ||
+          static_cast<int>(header.type) == kQueueEventPeerDisconnected) {
+        char type[16];
+        std::snprintf(type, sizeof type, "0x%08x", static_cast<unsigned>(header.type));
+        Fail(kQueueCorrupt, std::string("inbound message typed ") + type +
+                                ", a type reserved for queue events; message dropped");
+        return true;
+      }
       if (last) {
         if (header.length != header.total) {
           Fail(kQueueCorrupt, "inbound message of " + std::to_string(header.total) +
