@@ -3,24 +3,24 @@
 // processors to themselves (a server's machine never does).
 #pragma once
 
-#include <sys/types.h>
-
+#include <memory>
 #include <vector>
+
+#include "tests/support/child_process.h"
 
 namespace conflink::bench {
 
 class BusyLoad {
  public:
   // Starts `processes` CPU-bound children, each bounded by an alarm of `limitSeconds` and killed
-  // with this process if it dies. Returns false (and starts none) when a fork fails.
+  // with this process if it dies. Returns false (and keeps none) when a fork fails.
   bool start(int processes, unsigned limitSeconds);
   // Kills and reaps every child started. Safe to call more than once.
-  void stop();
-  int running() const { return static_cast<int>(pids_.size()); }
-  ~BusyLoad() { stop(); }
+  void stop() { children_.clear(); }
+  int running() const { return static_cast<int>(children_.size()); }
 
  private:
-  std::vector<pid_t> pids_;
+  std::vector<std::unique_ptr<conflink::testing::ChildProcess>> children_;
 };
 
 }  // namespace conflink::bench

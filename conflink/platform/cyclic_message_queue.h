@@ -41,7 +41,11 @@ enum QueueResult : int {
   kQueueCorrupt = -6,         // the shared state failed validation; the message was dropped
   kQueueNoMemory = -7,        // memory ran out; the message was not sent or was dropped
   kQueueBadArgument = -8,     // a null pointer, or a send with a type reserved for queue events
+  kQueueInterrupted = -9,     // receive: Interrupt() ended the wait
+  kQueueBacklogFull = -10,    // send: what the peer sent meanwhile filled kQueueMaxHeldBytes
 };
+// The lowest result code, for tables over every code.
+constexpr int kQueueLowestResult = kQueueBacklogFull;
 
 // Largest message (buffer bytes) the queue carries; larger sends fail with kQueueTooLarge.
 constexpr unsigned int kMaxQueueMessageBytes = 64u * 1024u * 1024u;
@@ -112,8 +116,14 @@ class CyclicMessageQueue {
   virtual const char* LastError();
   // Slot 9: non-zero while the other party is attached (asks the kernel for its lock).
   virtual int IsPartyOnline();
-  // Slot 10: the queue number given to the constructor.
-  virtual int QueueNumber();
+  // Slot 10: ends the wait of a Receive or ReceiveFor of this object that is blocked, or, when
+  // none is, makes the next one return at once: it returns kQueueInterrupted, and the interrupt
+  // is used up. Messages are not touched; the receive after it goes on normally. PeekMessage
+  // neither waits nor uses it up. May be called from
+  // another thread, or from a signal handler (it only stores to memory and makes one system
+  // call, and keeps errno). Returns kQueueOk, or kQueueNotConnected when the object holds no
+  // place (then no receive can block).
+  virtual int Interrupt();
   // Slot 11: the capacity in bytes of each ring.
   virtual unsigned int Capacity();
   // Slot 12: non-zero when the queue was opened and this object holds one of its two places.

@@ -16,8 +16,8 @@
 #include <conflink/platform/cyclic_message_queue.h>
 #include <conflink/platform/queue_layout.h>
 #include <conflink/platform/queue_locks.h>
-#include <conflink/platform/queue_wait.h>
 #include <conflink/platform/queue_ring.h>
+#include <conflink/platform/queue_wait.h>
 
 namespace conflink::queue {
 namespace {

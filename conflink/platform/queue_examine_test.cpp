@@ -326,7 +326,7 @@ TEST(QueueInspect, AMessageInFragmentsCountsOnce) {
 TEST(QueueInspect, AKilledPartyIsAttachedButNotAlive) {
   TestQueueName name;
   Pace attached, never;
-  Child child([&] {
+  ChildProcess child([&] {
     auto mine = name.Open();
     if (!mine->IsConnected() || SendText(*mine, 5, "last words") != kQueueOk) return 1;
     attached.Signal();
@@ -336,8 +336,8 @@ TEST(QueueInspect, AKilledPartyIsAttachedButNotAlive) {
   ASSERT_EQ(attached.Await(), 'x');
   QueueReport r = Inspect(name);
   EXPECT_TRUE(r.place[0].attached && r.place[0].alive);
-  child.Kill();
-  EXPECT_EQ(child.Wait(), 128 + SIGKILL);
+  child.stop();
+  EXPECT_EQ(child.wait(), 128 + SIGKILL);
   r = Inspect(name);
   EXPECT_TRUE(r.place[0].attached);
   EXPECT_FALSE(r.place[0].alive);
@@ -532,7 +532,7 @@ TEST(QueueInspect, GarbageInEveryWordNeverReadsOutsideTheObject) {
 TEST(QueueRemove, RefusedOnlyWhileALivePartyHoldsTheQueue) {
   struct Holders {
     std::unique_ptr<CyclicMessageQueue> party;
-    std::unique_ptr<Child> child;
+    std::unique_ptr<ChildProcess> child;
   };
   struct Case {
     const char* what;
@@ -555,14 +555,14 @@ TEST(QueueRemove, RefusedOnlyWhileALivePartyHoldsTheQueue) {
       {"its holder was killed",
        [](const TestQueueName& n, Holders& h) {
          Pace attached;
-         h.child = std::make_unique<Child>([&n, &attached] {
+         h.child = std::make_unique<ChildProcess>([&n, &attached] {
            auto q = n.Open();
            attached.Signal();
            pause();
            return 1;
          });
          attached.Await();
-         h.child->Kill();
+         h.child->stop();
        },
        false, true, ""},
   };
