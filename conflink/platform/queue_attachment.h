@@ -10,7 +10,9 @@
 // one process are two distinct parties.
 #pragma once
 
+#include <sys/stat.h>
 #include <cstddef>
+
 #include <cstdint>
 #include <string>
 
@@ -83,6 +85,13 @@ class Attachment {
   RingBytes Ring(int r) const {
     return RingBytes(static_cast<unsigned char*>(base_) + RingOffset(capacity_, r), capacity_);
   }
+  // Joins or leaves the list of queues whose descriptors a forked child closes.
+  void Register();
+  void Unregister();
+  // Opens the object under the list's lock (see queue_attachment.cpp).
+  bool OpenObject(struct stat& st, std::string& error);
+  // Releases everything and unregisters: the object is done with.
+  void Abandon();
   bool Map(std::size_t bytes, std::string& error);
   bool Initialise(std::string& error);
   bool RingsEmpty() const;

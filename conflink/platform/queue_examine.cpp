@@ -16,6 +16,7 @@
 #include <conflink/platform/cyclic_message_queue.h>
 #include <conflink/platform/queue_layout.h>
 #include <conflink/platform/queue_locks.h>
+#include <conflink/platform/queue_object_file.h>
 #include <conflink/platform/queue_ring.h>
 #include <conflink/platform/queue_wait.h>
 
@@ -374,18 +375,15 @@ bool InspectQueue(const std::string& objectName, QueueReport& report, std::strin
   report = QueueReport{};
   report.objectName = objectName;
   report.nameParsed = ParseQueueObjectName(objectName, report.parts);
-  const Descriptor fd(shm_open(objectName.c_str(), O_RDONLY | O_CLOEXEC, 0));
-  if (fd.get() < 0) {
-    error = SystemError("cannot open " + objectName);
-    return false;
-  }
+  struct stat st {};
+  const Descriptor fd(OpenQueueObject(objectName, O_RDONLY, 0, Ownership::kAny, st, error));
+  if (fd.get() < 0) return false;
   const BookkeepingHold hold(fd.get());
   if (!hold.held())
     report.findings.push_back("the bookkeeping lock stayed taken for " +
                               std::to_string(kBookkeepingWaitMs) +
                               " ms: a party is stuck attaching or leaving, and what follows may "
                               "change while it is read");
-  struct stat st {};
   if (fstat(fd.get(), &st) != 0) {
     error = SystemError("cannot inspect " + objectName);
     return false;
@@ -442,10 +440,16 @@ bool RemoveQueue(const std::string& objectName, bool force, RemoveOutcome& outco
   outcome = RemoveOutcome{};
   std::string name;
   if (!ResolveQueueObjectName(objectName, name, error)) return false;
-  const Descriptor fd(shm_open(name.c_str(), O_RDONLY | O_CLOEXEC, 0));
+  struct stat st {};
+  const Descriptor fd(OpenQueueObject(name, O_RDONLY, 0, Ownership::kAny, st, error));
   if (fd.get() < 0) {
-    error = SystemError("cannot open " + name);
-    return false;
+    // Whatever was planted under a queue's name can still be taken away by force.
+    if (!force || errno == ENOENT) return false;
+    if (shm_unlink(name.c_str()) != 0) {
+      error = SystemError("cannot remove " + name);
+      return false;
+    }
+    return true;
   }
   // Held until the object is gone, so that no party attaches between the look and the removal.
   const BookkeepingHold hold(fd.get());
