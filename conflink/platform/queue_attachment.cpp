@@ -145,22 +145,10 @@ bool Attachment::Initialise(std::string& error) {
   return true;
 }
 
-bool Attachment::RingEmpty(int r) const {
-  const Segment& seg = segment();
-  return seg.producer[r].head.load(std::memory_order_acquire) ==
-         seg.consumer[r].tail.load(std::memory_order_acquire);
-}
-
-bool Attachment::RingsEmpty() const {
-  return RingEmpty(0) && RingEmpty(1);
-}
-
-// The free place to take, or -1. With both free, the place that receives what is queued: what
-// a party sent while alone is meant for whoever comes next as its peer.
+// The free place to take, or -1. With both free the object was just made afresh: either.
 int Attachment::ChoosePlace() {
   const bool free0 = !ByteLockHeldElsewhere(fd_, PlaceLockByte(0));
   const bool free1 = !ByteLockHeldElsewhere(fd_, PlaceLockByte(1));
-  if (free0 && free1) return !RingEmpty(0) && RingEmpty(1) ? 1 : 0;
   return free0 ? 0 : free1 ? 1 : -1;
 }
 
@@ -198,10 +186,12 @@ bool Attachment::Open(int queueNumber, const char* keyPath, std::uint32_t capaci
     Release();
   }
 
+  // With nobody attached, whatever the object holds is left by parties that have gone: a message
+  // reaches only a process attached at the other place, so what they left is discarded, and
+  // the object is made afresh, at the capacity this party asks for.
   const bool anyoneAttached =
       ByteLockHeldElsewhere(fd_, PlaceLockByte(0)) || ByteLockHeldElsewhere(fd_, PlaceLockByte(1));
-  bool fresh = st.st_size == 0;
-  if (!fresh) {
+  if (anyoneAttached) {
     std::uint32_t header[4] = {};
     const bool readable = static_cast<std::size_t>(st.st_size) >= sizeof(Segment) &&
                           pread(fd_, header, sizeof header, 0) == sizeof header;
@@ -211,34 +201,18 @@ bool Attachment::Open(int queueNumber, const char* keyPath, std::uint32_t capaci
                        header[3] == SegmentBytes(theirs) &&
                        static_cast<std::size_t>(st.st_size) == SegmentBytes(theirs);
     if (!valid) {
-      if (anyoneAttached) {
-        error = "queue object " + name_ + " is in use but its layout is not recognised";
-        Abandon();
-        return false;
-      }
-      fresh = true;  // left half-made by a creator that died: make it again
-    } else if (theirs != capacity) {
-      bool reclaimable = !anyoneAttached;
-      if (reclaimable) {
-        capacity_ = theirs;
-        if (!Map(SegmentBytes(theirs), error)) {
-          Abandon();
-          return false;
-        }
-        reclaimable = RingsEmpty();
-        capacity_ = capacity;
-      }
-      if (!reclaimable) {
-        error = "capacity mismatch: the queue has " + std::to_string(theirs) +
-                " bytes per ring, this party asked for " + std::to_string(capacity) +
-                (anyoneAttached ? "" : " (messages are still queued)");
-        Abandon();
-        return false;
-      }
-      fresh = true;  // an empty leftover of another size
+      error = "queue object " + name_ + " is in use but its layout is not recognised";
+      Abandon();
+      return false;
+    }
+    if (theirs != capacity) {
+      error = "capacity mismatch: the queue has " + std::to_string(theirs) +
+              " bytes per ring, this party asked for " + std::to_string(capacity);
+      Abandon();
+      return false;
     }
   }
-  if (fresh ? !Initialise(error) : !Map(SegmentBytes(capacity_), error)) {
+  if (anyoneAttached ? !Map(SegmentBytes(capacity_), error) : !Initialise(error)) {
     Abandon();
     return false;
   }
@@ -275,7 +249,7 @@ void Attachment::Close() {
     SetByteLock(fd_, F_UNLCK, PlaceLockByte(place_));
     struct stat st {};
     if (locked && fstat(fd_, &st) == 0 && st.st_nlink > 0 &&
-        !ByteLockHeldElsewhere(fd_, PlaceLockByte(1 - place_)) && RingsEmpty())
+        !ByteLockHeldElsewhere(fd_, PlaceLockByte(1 - place_)))
       shm_unlink(name_.c_str());
   }
   place_ = -1;

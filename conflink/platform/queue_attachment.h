@@ -48,8 +48,8 @@ class Attachment {
   // Opens or creates the object and takes a free place. On failure returns false, sets `error`
   // to the reason and holds nothing.
   bool Open(int queueNumber, const char* keyPath, std::uint32_t capacity, std::string& error);
-  // Leaves the place, wakes the peer, and removes the object when nobody is attached and
-  // nothing is queued. Harmless when not open.
+  // Leaves the place, wakes the peer, and removes the object when the peer is not attached:
+  // what is still queued then can reach no one. Harmless when not open.
   void Close();
 
   // True when this object holds a place. False after a fork in the child's copy: the place
@@ -94,8 +94,6 @@ class Attachment {
   void Abandon();
   bool Map(std::size_t bytes, std::string& error);
   bool Initialise(std::string& error);
-  bool RingsEmpty() const;
-  bool RingEmpty(int r) const;
   int ChoosePlace();
   void Release();
 

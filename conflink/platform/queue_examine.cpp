@@ -428,6 +428,17 @@ bool InspectQueue(const std::string& objectName, QueueReport& report, std::strin
   ReadPlaces(seg, report);
   for (int r = 0; r < 2; ++r)
     ReadRing(seg, mapping.bytes(), report.capacity, r, report.ring[r], report.findings);
+  if (!report.place[0].alive && !report.place[1].alive) {
+    for (int r = 0; r < 2; ++r) {
+      const RingReport& ring = report.ring[r];
+      if (ring.pendingBytes == 0) continue;
+      report.findings.push_back(
+          "ring " + std::to_string(r) + ": " + std::to_string(ring.pendingMessages) +
+          " messages (" + std::to_string(ring.pendingBytes) +
+          " bytes) left by parties that have gone; with nobody attached they can reach no one "
+          "and are discarded when the queue is next opened");
+    }
+  }
   return true;
 }
 

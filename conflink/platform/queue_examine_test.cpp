@@ -546,10 +546,15 @@ TEST(QueueRemove, RefusedOnlyWhileALivePartyHoldsTheQueue) {
        false, false, "held by a live party (place 0)"},
       {"a live party holds it, forced",
        [](const TestQueueName& n, Holders& h) { h.party = n.Open(); }, true, true, ""},
-      {"nobody holds it, messages queued",
-       [](const TestQueueName& n, Holders&) {
-         auto q = n.Open();
-         SendText(*q, 1, "for whoever comes");
+      {"nobody holds it, messages left by a killed party",
+       [](const TestQueueName& n, Holders& h) {
+         h.child = std::make_unique<ChildProcess>([&n] {
+           auto q = n.Open();
+           SendText(*q, 1, "for nobody");
+           raise(SIGKILL);
+           return 1;
+         });
+         h.child->wait();
        },
        false, true, ""},
       {"its holder was killed",
