@@ -160,5 +160,83 @@ TEST(QueueDelivery, ACallControlProcessNeverReceivesAnotherOnesRequest) {
   EXPECT_EQ(second.wait(), 0);
 }
 
+TEST(QueueDelivery, APollWaitsForAStalledSendersNextFragmentOnlyBriefly) {
+  TestQueueName name;
+  auto poller = name.Open();
+  const std::string big = Pattern(3 * kTestCapacity, 7);
+  Pace full;
+  ChildProcess sender([&] {
+    auto mine = name.Open();
+    full.Signal();  // the ring fills at once; the rest waits for the poller
+    return SendText(*mine, 8, big) == kQueueOk ? 0 : 1;
+  });
+  ASSERT_EQ(full.Await(), 'x');
+  ASSERT_EQ(ReceiveType(*poller), kQueueEventPeerConnected);
+  while (poller->PendingBytes() < kTestCapacity / 2) usleep(1000);
+  sender.signal(SIGSTOP);
+  int type = 0;
+  std::string buffer;
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(poller->PeekMessage(&type, &buffer), kQueueEmpty);
+  const auto held = std::chrono::steady_clock::now() - start;
+  EXPECT_GE(held, std::chrono::milliseconds(kQueuePollStallMs));
+  EXPECT_LT(held, std::chrono::milliseconds(kQueuePollStallMs + 400));
+  EXPECT_GT(poller->PendingBytes(), 0u) << "what arrived is kept";
+  sender.signal(SIGCONT);
+  const auto resumed = std::chrono::steady_clock::now();
+  int r = kQueueEmpty;
+  while (r == kQueueEmpty && std::chrono::steady_clock::now() - resumed < std::chrono::seconds(5))
+    r = poller->PeekMessage(&type, &buffer);
+  EXPECT_EQ(r, kQueueOk);
+  EXPECT_EQ(type, 8);
+  EXPECT_TRUE(buffer == big);
+  EXPECT_EQ(sender.wait(), 0);
+}
+
+// A web front end polls; the server's reply of 1 MiB is 32 ringfuls. It must arrive within one
+// wait (20 polls), and its sender must not be held up by the pace of the polls.
+class WebFrontEnd : public CGIToPSMessenger {
+ public:
+  using CGIToPSMessenger::CGIToPSMessenger;
+  int OnSendConferenceParam(const unsigned long long& id, ConferenceParamType param,
+                            unsigned int size, const void* data) override {
+    const auto* bytes = static_cast<const unsigned char*>(data);
+    const bool intact =
+        id == 9 && param == static_cast<ConferenceParamType>(4) &&
+        std::string(reinterpret_cast<const char*>(bytes), size) == Pattern(kReplyBytes, 278);
+    received = intact ? size : 1;
+    return 0;
+  }
+  static constexpr unsigned int kReplyBytes = 1u << 20;
+  unsigned int received = 0;
+};
+
+TEST(QueueDelivery, APollingWebFrontEndTakesAOneMebibyteReplyInOneWait) {
+  const int queueNumber = 400000 + (getpid() % 100000);
+  struct Removed {
+    std::string object;
+    ~Removed() { shm_unlink(object.c_str()); }
+  } removed{QueueObjectName(queueNumber, "/bin/ping")};
+  shm_unlink(removed.object.c_str());
+
+  WebFrontEnd cgi(queueNumber);
+  ASSERT_TRUE(cgi.Connect(1, 0));
+  ChildProcess server([&] {
+    CGIToPSMessenger ps(queueNumber);
+    if (!ps.Connect(1, 0)) return 1;
+    const std::string reply = Pattern(WebFrontEnd::kReplyBytes, 278);
+    const auto start = std::chrono::steady_clock::now();
+    if (ps.SendConferenceParam(9, static_cast<ConferenceParamType>(4), WebFrontEnd::kReplyBytes,
+                               reply.data()) <= 0)
+      return 2;
+    // The whole reply is taken by the poll that found its start.
+    return std::chrono::steady_clock::now() - start < std::chrono::seconds(1) ? 0 : 3;
+  });
+  ASSERT_EQ(cgi.WaitForMessageAndDispatch(), 0) << "the server's arrival";
+  EXPECT_EQ(cgi.WaitForMessageAndDispatch(), 0) << "the reply, within one wait";
+  EXPECT_EQ(cgi.received, WebFrontEnd::kReplyBytes);
+  EXPECT_EQ(server.wait(10000), 0);
+}
+
 }  // namespace
 }  // namespace conflink::testing

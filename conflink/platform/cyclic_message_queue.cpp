@@ -102,6 +102,7 @@ int CyclicMessageQueue::State::Receive(int* type, std::string* buffer, int timeo
   if (!Usable()) return kQueueNotConnected;
   // The clock is read only once a timed receive has to wait: most receives do not.
   std::int64_t deadline = -1;
+  std::uint32_t assembled = 0;  // of a message in fragments, when a poll last saw it grow
   for (;;) {
     if (timeoutMs != kNoWait && interrupts.load(std::memory_order_acquire) != 0) {
       interrupts.store(0, std::memory_order_relaxed);
@@ -113,9 +114,21 @@ int CyclicMessageQueue::State::Receive(int* type, std::string* buffer, int timeo
       if (result != kQueueOk) Note(failure.c_str());
       return result;
     }
-    if (timeoutMs == kNoWait) return kQueueEmpty;
     int slice = kReceiveWaitSliceMs;
-    if (timeoutMs != kWaitForever) {
+    if (timeoutMs == kNoWait) {
+      // A poll that finds a message begun waits for the rest while it keeps coming, so that a
+      // message larger than the ring arrives at the pace of its sender, not of the polls.
+      if (!inbound.Assembling()) return kQueueEmpty;
+      const std::uint32_t have = inbound.AssembledBytes();
+      const std::int64_t now = queue::MonotonicMs();
+      if (deadline < 0 || have != assembled) {
+        assembled = have;
+        deadline = now + kQueuePollStallMs;
+      }
+      const std::int64_t left = deadline - now;
+      if (left <= 0) return kQueueEmpty;
+      slice = static_cast<int>(std::min<std::int64_t>(left, slice));
+    } else if (timeoutMs != kWaitForever) {
       const std::int64_t now = queue::MonotonicMs();
       if (deadline < 0) deadline = now + timeoutMs;
       const std::int64_t left = deadline - now;

@@ -54,6 +54,9 @@ constexpr unsigned int kMinQueueCapacity = 64;
 constexpr unsigned int kMaxQueueCapacity = 256u * 1024u * 1024u;
 // How long a sender waits for an attached peer that takes nothing from a full ring.
 constexpr int kQueueStallMs = 5000;
+// How long a poll (PeekMessage) that found a message in fragments begun waits for the next
+// fragment before it gives up for this call (what arrived is kept for the next).
+constexpr int kQueuePollStallMs = 50;
 // Queue events, delivered in order with the messages and with an empty buffer.
 constexpr int kQueueEventPeerConnected = static_cast<int>(0x80000000u);
 constexpr int kQueueEventPeerDisconnected = static_cast<int>(0x80000001u);
@@ -102,7 +105,10 @@ class CyclicMessageQueue {
   // storage the buffer already has when it is large enough, so a caller that keeps one buffer
   // for its receives does not allocate for each message.
   virtual int Receive(int* type, std::string* buffer);
-  // Slot 4: as Receive, but returns kQueueEmpty at once when nothing is waiting.
+  // Slot 4: as Receive, but returns kQueueEmpty at once when nothing is waiting. A message
+  // larger than the ring whose first fragment is there is taken whole in this call, as fast
+  // as its sender supplies it: the call waits for each next fragment, and gives up
+  // (kQueueEmpty, the part that arrived kept) only when none came for kQueuePollStallMs.
   virtual int PeekMessage(int* type, std::string* buffer);
   // Slot 5: as Receive, but gives up with kQueueEmpty after `timeoutMs` milliseconds (0 or less:
   // does not wait).

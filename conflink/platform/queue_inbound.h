@@ -52,6 +52,9 @@ class Inbound {
 
   // Bytes of messages received but not handed out: held locally, in reassembly, in the ring.
   std::uint32_t PendingBytes() const;
+  // Whether a message in fragments has begun and not ended, and how much of it arrived.
+  bool Assembling() const { return assembling_; }
+  std::uint32_t AssembledBytes() const { return static_cast<std::uint32_t>(partial_.size()); }
 
  private:
   // A caller's buffer that the next message may go into directly, instead of being held.
