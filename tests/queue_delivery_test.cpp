@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstring>
 #include <functional>
 #include <string>
 #include <thread>
@@ -191,6 +192,43 @@ TEST(QueueDelivery, APollWaitsForAStalledSendersNextFragmentOnlyBriefly) {
   EXPECT_EQ(type, 8);
   EXPECT_TRUE(buffer == big);
   EXPECT_EQ(sender.wait(), 0);
+}
+
+TEST(QueueDelivery, ASenderWaitingForRoomHoldsABoundedBacklogAndLosesNothing) {
+  TestQueueName name;
+  auto q = name.Open();
+  constexpr std::size_t kPiece = 16 * 1024;
+  const int pieces = static_cast<int>((kQueueMaxHeldBytes + 16u * 1024 * 1024) / kPiece);
+  ChildProcess talker([&] {
+    // Sends and never takes: each message goes only when it fits, so this side never waits
+    // for room (which would make it take what the other side sends).
+    auto mine = name.Open();
+    if (ReceiveType(*mine) != kQueueEventPeerConnected) return 1;
+    std::string piece(kPiece, 'p');
+    for (int i = 0; i < pieces; ++i) {
+      while (mine->FreeBytes() < kPiece + 64) usleep(50);
+      std::memcpy(&piece[0], &i, sizeof i);
+      std::string copy = piece;
+      if (SendText(*mine, 9, copy) != kQueueOk) return 2;
+    }
+    return 0;
+  });
+  ASSERT_EQ(ReceiveType(*q), kQueueEventPeerConnected);
+  EXPECT_EQ(SendText(*q, 10, std::string(1 << 20, 'm')), kQueueBacklogFull) << q->LastError();
+  EXPECT_NE(std::string(q->LastError()).find("held"), std::string::npos);
+  const unsigned int held = q->PendingBytes();
+  EXPECT_GE(held, kQueueMaxHeldBytes);
+  EXPECT_LE(held, kQueueMaxHeldBytes + 2 * kTestCapacity) << "bounded";
+  // Everything the talker sent arrives, in order, then its departure.
+  std::string text;
+  for (int i = 0; i < pieces; ++i) {
+    ASSERT_EQ(ReceiveType(*q, &text), 9) << "message " << i;
+    int number = -1;
+    std::memcpy(&number, text.data(), sizeof number);
+    ASSERT_EQ(number, i);
+  }
+  EXPECT_EQ(ReceiveType(*q), kQueueEventPeerDisconnected);
+  EXPECT_EQ(talker.wait(), 0);
 }
 
 // A web front end polls; the server's reply of 1 MiB is 32 ringfuls. It must arrive within one

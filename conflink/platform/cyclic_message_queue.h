@@ -54,6 +54,9 @@ constexpr unsigned int kMinQueueCapacity = 64;
 constexpr unsigned int kMaxQueueCapacity = 256u * 1024u * 1024u;
 // How long a sender waits for an attached peer that takes nothing from a full ring.
 constexpr int kQueueStallMs = 5000;
+// How much of what the peer sends a sender keeps in local memory while it waits for room (see
+// Send); it may overshoot by one ring.
+constexpr unsigned int kQueueMaxHeldBytes = 64u * 1024u * 1024u;
 // How long a poll (PeekMessage) that found a message in fragments begun waits for the next
 // fragment before it gives up for this call (what arrived is kept for the next).
 constexpr int kQueuePollStallMs = 50;
@@ -96,7 +99,11 @@ class CyclicMessageQueue {
   // and no peer), kQueuePeerDeparted (the peer left or was replaced while we waited for room),
   // kQueuePeerStalled (the peer took nothing for kQueueStallMs), kQueueCorrupt (the ring's
   // indices are inconsistent), kQueueNoMemory, kQueueBadArgument (null pointer, or a queue
-  // event's type). While waiting for room it keeps taking what the peer sends.
+  // event's type), kQueueBacklogFull (see below). While waiting for room it keeps taking what
+  // the peer sends into local memory, for the receives that follow, so that two parties sending
+  // to each other never deadlock; once that holds kQueueMaxHeldBytes and the peer still sends
+  // rather than takes, the send fails with kQueueBacklogFull. Nothing received is lost: what is
+  // held and what is still in the ring arrive with the next receives.
   virtual int Send(const int* type, std::string* buffer);
   // Slot 3: waits until a message or queue event arrives and fills type and buffer (an event has
   // an empty buffer). kQueueOk when something was received; otherwise kQueueNotConnected,

@@ -59,7 +59,7 @@ void Inbound::Pump(std::size_t want, Delivery* direct) {
       reportedGeneration_ = seenGeneration_;
     }
   }
-  while (Held(direct) < want) {
+  while (Held(direct) < want && HeldBytes() < heldLimit_) {
     // The head is read before the peer's state: records of a newer generation are published
     // after its attach word, so none of them can be below this head unless the observation
     // below sees that generation too. While records wait, the peer's lock need not be asked
@@ -102,19 +102,31 @@ void Inbound::Pump(std::size_t want, Delivery* direct) {
       continue;
     }
     const std::size_t before = Held(direct);
-    Drain(head, want - before, direct);
+    Drain(head, want - before, direct, true);
     if (Held(direct) == before) break;
   }
 }
 
-bool Inbound::Drain(std::uint32_t limit, std::size_t want, Delivery* direct) {
+bool Inbound::PumpBounded(std::size_t maxHeldBytes) {
+  heldLimit_ = maxHeldBytes;
+  try {
+    Pump(SIZE_MAX, nullptr);
+  } catch (...) {
+    heldLimit_ = SIZE_MAX;
+    throw;
+  }
+  heldLimit_ = SIZE_MAX;
+  return HeldBytes() >= maxHeldBytes && RingHasData();
+}
+
+bool Inbound::Drain(std::uint32_t limit, std::size_t want, Delivery* direct, bool bounded) {
   RingBytes ring = a_.inbound();
   const RingIndex& index = ring.index();
   ConsumerBlock& consumer = a_.inConsumer();
   ProducerBlock& producer = a_.inProducer();
   const std::size_t base = Held(direct);
   bool readable = true;
-  while (Held(direct) - base < want) {
+  while (Held(direct) - base < want && !(bounded && HeldBytes() >= heldLimit_)) {
     const std::uint32_t tail = consumer.tail.load(std::memory_order_relaxed);
     const std::uint32_t head = producer.head.load(std::memory_order_acquire);
     if (stuck_ && head == stuckHead_ && tail == stuckTail_) return false;

@@ -63,14 +63,17 @@ int Outbound::Send(int type, const std::string& buffer, std::string& error) {
   bool waiting = false;
   std::uint32_t lastTail = 0;
   std::int64_t progressAt = 0;
-  // Moves whatever the peer sent into local memory; false when that memory cannot be had.
+  // Moves what the peer sent into local memory, up to kQueueMaxHeldBytes; a QueueResult.
   auto keepInboundMoving = [&] {
     try {
-      in_.Pump(SIZE_MAX);
-      return true;
+      if (!in_.PumpBounded(kQueueMaxHeldBytes)) return static_cast<int>(kQueueOk);
+      error = "while waiting for room, " + std::to_string(in_.PendingBytes()) +
+              " bytes the peer sent are held (the limit is " + std::to_string(kQueueMaxHeldBytes) +
+              "); receive them, then send again";
+      return static_cast<int>(kQueueBacklogFull);
     } catch (const std::bad_alloc&) {
       error = "out of memory keeping inbound messages while waiting to send";
-      return false;
+      return static_cast<int>(kQueueNoMemory);
     }
   };
 
@@ -113,7 +116,10 @@ int Outbound::Send(int type, const std::string& buffer, std::string& error) {
       }
       // A message that goes in fragments depends on the peer taking; take what it sent us first,
       // so that its own sends never wait on ours, however quickly it reads.
-      if (in_.RingHasData() && !keepInboundMoving()) return GiveUp(seq, published, kQueueNoMemory);
+      if (in_.RingHasData()) {
+        const int kept = keepInboundMoving();
+        if (kept != kQueueOk) return GiveUp(seq, published, kept);
+      }
       // A message that fits the ring waits for room for all of it; a larger one goes in
       // fragments of a batch or more.
       chunk = std::min(remaining, space);
@@ -147,7 +153,8 @@ int Outbound::Send(int type, const std::string& buffer, std::string& error) {
               std::to_string(total) + " bytes given up (" + std::to_string(sent) + " sent)";
       return GiveUp(seq, published, kQueuePeerStalled);
     }
-    if (!keepInboundMoving()) return GiveUp(seq, published, kQueueNoMemory);
+    const int kept = keepInboundMoving();
+    if (kept != kQueueOk) return GiveUp(seq, published, kept);
     const std::uint32_t need = std::min(
         capacity, kRecordHeaderBytes + std::max(Batch(capacity), std::min(remaining, capacity)));
     WaitOnBell(
