@@ -9,16 +9,40 @@
 // How it works, in short (the files named queue_*.h hold the details):
 // - The shared state is one POSIX shared-memory object (see QueueObjectName), mode 0600, holding
 //   a ring of `capacity` bytes per direction with lock-free 32-bit head and tail words.
-// - Messages travel as records; one larger than the free space travels in fragments and is
+// - Messages travel as records; one larger than the ring travels in fragments and is
 //   reassembled; it is delivered whole or not at all.
-// - A waiting party sleeps on a futex word of its own, woken by the peer only when it announced
-//   the wait, and always with a timeout.
+// - A waiting party spins briefly, only while the peer can answer (it runs on another
+//   processor), then sleeps on a futex word of its own, woken by the peer only when it announced
+//   a wait for what the peer changed, and always with a timeout.
 // - Each party holds a kernel lock on a byte of the object while attached; its release, on close
 //   or death, is how the peer learns of a departure.
 //
-// One thread at a time may use a queue object. The object keeps no threads and installs no
-// signal handlers. A queue object inherited by a forked child is inert in the child (reports not
-// connected); the child opens its own queue if it wants one.
+// Delivery rules:
+// - The queue pairs whichever two processes hold its two places; it knows no roles. A message
+//   reaches only a process attached at the other place than its sender's, and arrives whole, in
+//   order, once.
+// - A message sent while no peer is attached waits in the ring for the next process to take the
+//   other place, for as long as its sender stays attached (a send that does not fit the free
+//   space then fails with kQueuePeerAbsentFull).
+// - A message whose sender leaves before any peer took it, or that is still queued when both
+//   places become free, is discarded: the last party to leave removes the object, and a party
+//   that finds nobody attached makes the object afresh. (Leftovers of parties that crashed stay
+//   in the object until then; the inspector reports them.) So a process never receives what a
+//   process of its own side sent before it came.
+// - The peer's arrival and departure are delivered in order with its messages: everything a
+//   departed peer sent arrives before its departure.
+//
+// What the queue guarantees holds against a peer that crashes, hangs or writes garbage into
+// the rings: every failure is a result code, never a stray access. It does not hold against a
+// process of the same user that sets out to break it: such a process can open the object,
+// shrink it (the parties then die of SIGBUS on their next access, which no check can prevent),
+// rewrite its words or remove it. The object is private to the user (mode 0600), not to the
+// parties.
+//
+// One thread at a time may use a queue object; Interrupt() may also be called from another
+// thread or a signal handler. The object keeps no threads and installs no signal handlers. A
+// queue object inherited by a forked child is inert in the child (reports not connected); the
+// child opens its own queue if it wants one.
 #pragma once
 
 #include <string>

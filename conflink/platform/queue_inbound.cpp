@@ -64,8 +64,8 @@ void Inbound::Pump(std::size_t want, Delivery* direct) {
     // after its attach word, so none of them can be below this head unless the observation
     // below sees that generation too. While records wait, the peer's lock need not be asked
     // about: its departure is due only after them.
-    const std::uint32_t head = producer.head.load(std::memory_order_acquire);
     const std::uint32_t tail = a_.inConsumer().tail.load(std::memory_order_relaxed);
+    const std::uint32_t head = Head(tail);
     const PeerView view = a_.ObservePeer(Unread(head, tail) ? Liveness::kKnown : Liveness::kRecent);
     lastWord_ = view.word;
     const std::uint32_t generation = Generation(view.word);
@@ -107,6 +107,16 @@ void Inbound::Pump(std::size_t want, Delivery* direct) {
   }
 }
 
+std::uint32_t Inbound::Head(std::uint32_t tail) {
+  const RingIndex index(a_.capacity());
+  if (headKnown_ && headSeen_ != tail && index.Valid(headSeen_) && index.Valid(tail) &&
+      index.Distance(tail, headSeen_) <= index.capacity())
+    return headSeen_;
+  headSeen_ = a_.inProducer().head.load(std::memory_order_acquire);
+  headKnown_ = true;
+  return headSeen_;
+}
+
 bool Inbound::PumpBounded(std::size_t maxHeldBytes) {
   heldLimit_ = maxHeldBytes;
   try {
@@ -128,7 +138,7 @@ bool Inbound::Drain(std::uint32_t limit, std::size_t want, Delivery* direct, boo
   bool readable = true;
   while (Held(direct) - base < want && !(bounded && HeldBytes() >= heldLimit_)) {
     const std::uint32_t tail = consumer.tail.load(std::memory_order_relaxed);
-    const std::uint32_t head = producer.head.load(std::memory_order_acquire);
+    const std::uint32_t head = Head(tail);
     if (stuck_ && head == stuckHead_ && tail == stuckTail_) return false;
     stuck_ = false;
     if (!index.Valid(head) || !index.Valid(tail) || index.Distance(tail, head) > index.capacity()) {

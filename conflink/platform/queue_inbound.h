@@ -77,6 +77,10 @@ class Inbound {
   // `bounded`: stop at heldLimit_ too.
   bool Drain(std::uint32_t limit, std::size_t want, Delivery* direct, bool bounded = false);
   std::size_t HeldBytes() const { return heldBytes_ + partial_.size(); }
+  // The producer's head: the one last read while records remain before it, else read afresh.
+  // The producer writes its line for every record it publishes; reading it for every record
+  // taken would fetch that line each time.
+  std::uint32_t Head(std::uint32_t tail);
   bool TakeRecord(std::uint32_t tail, std::uint32_t available, std::uint32_t& next,
                   Delivery* direct);
   // Whether a complete message goes into `direct` rather than being held: only when nothing is
@@ -100,6 +104,8 @@ class Inbound {
   std::deque<InboundItem> items_;
   std::size_t heldBytes_ = 0;
   std::size_t heldLimit_ = SIZE_MAX;  // see PumpBounded
+  std::uint32_t headSeen_ = 0;
+  bool headKnown_ = false;
 
   // The peer as we reported it: whether we announced its arrival and not yet its departure, of
   // which generation, and the newest generation we accounted for.

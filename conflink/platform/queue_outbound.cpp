@@ -79,7 +79,15 @@ int Outbound::Send(int type, const std::string& buffer, std::string& error) {
 
   while (!published || sent < total) {
     const std::uint32_t head = producer.head.load(std::memory_order_relaxed);
-    const std::uint32_t tail = consumer.tail.load(std::memory_order_acquire);
+    // The consumer's tail lives on a line the consumer writes for every record it takes; reading
+    // it for every message would fetch that line each time. The tail last read is good enough
+    // while it shows room for the whole rest of the message (the consumer only ever frees more).
+    std::uint32_t tail = tailSeen_;
+    if (!index.Valid(head) || !index.Valid(tail) || index.Distance(tail, head) > capacity ||
+        capacity - index.Distance(tail, head) < kRecordHeaderBytes + (total - sent)) {
+      tail = consumer.tail.load(std::memory_order_acquire);
+      tailSeen_ = tail;
+    }
     if (!index.Valid(head) && index.Valid(tail) && !repaired) {
       producer.head.store(tail, std::memory_order_release);  // our own word: take the tail's
       repaired = true;

@@ -38,6 +38,7 @@ class Outbound {
   Attachment& a_;
   Inbound& in_;
   SpinBudget spin_;
+  std::uint32_t tailSeen_ = 0;  // the consumer's tail when we last read it
 };
 
 }  // namespace conflink::queue
