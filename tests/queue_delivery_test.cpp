@@ -136,12 +136,8 @@ class CallControl : public CCToPSMessenger {
 };
 
 TEST(QueueDelivery, ACallControlProcessNeverReceivesAnotherOnesRequest) {
-  const int queueNumber = 300000 + (getpid() % 100000);
-  struct Removed {
-    std::string object;
-    ~Removed() { shm_unlink(object.c_str()); }
-  } removed{QueueObjectName(queueNumber, "/bin/ping")};
-  shm_unlink(removed.object.c_str());
+  const MessengerQueueNumber queue(300000);
+  const int queueNumber = queue.number();
 
   ChildProcess first([&] {
     CallControl cc(queueNumber);
@@ -250,12 +246,8 @@ class WebFrontEnd : public CGIToPSMessenger {
 };
 
 TEST(QueueDelivery, APollingWebFrontEndTakesAOneMebibyteReplyInOneWait) {
-  const int queueNumber = 400000 + (getpid() % 100000);
-  struct Removed {
-    std::string object;
-    ~Removed() { shm_unlink(object.c_str()); }
-  } removed{QueueObjectName(queueNumber, "/bin/ping")};
-  shm_unlink(removed.object.c_str());
+  const MessengerQueueNumber queue(400000);
+  const int queueNumber = queue.number();
 
   WebFrontEnd cgi(queueNumber);
   ASSERT_TRUE(cgi.Connect(1, 0));

@@ -98,15 +98,9 @@ void OnTerm(int) {
 }
 
 TEST(Shutdown, CallControlBlockedInItsWaitExitsCleanlyOnSigterm) {
-  // The messengers' key path, a queue number of this test run, its object removed however the
-  // test ends.
-  const int queueNumber = 200000 + (getpid() % 100000);
-  struct Removed {
-    std::string object;
-    ~Removed() { shm_unlink(object.c_str()); }
-  } removed{QueueObjectName(queueNumber, "/bin/ping")};
-  const std::string& object = removed.object;
-  shm_unlink(object.c_str());
+  const MessengerQueueNumber queue(200000);
+  const int queueNumber = queue.number();
+  const std::string& object = queue.Object();
   Pace ready;
   ChildProcess cc([&] {
     CCToPSMessenger messenger(queueNumber);

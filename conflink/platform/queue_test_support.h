@@ -50,6 +50,27 @@ class TestQueueName {
   std::string key_;
 };
 
+// The queue a messenger opens (the messengers' key path) under a number of this test run only;
+// its object is removed when the guard goes, whatever the test's outcome. `base` keeps the
+// numbers of different tests apart.
+class MessengerQueueNumber {
+ public:
+  explicit MessengerQueueNumber(int base)
+      : number_(base + static_cast<int>(getpid() % 100000)),
+        object_(QueueObjectName(number_, "/bin/ping")) {
+    shm_unlink(object_.c_str());
+  }
+  ~MessengerQueueNumber() { shm_unlink(object_.c_str()); }
+  MessengerQueueNumber(const MessengerQueueNumber&) = delete;
+  MessengerQueueNumber& operator=(const MessengerQueueNumber&) = delete;
+  int number() const { return number_; }
+  const std::string& Object() const { return object_; }
+
+ private:
+  int number_;
+  std::string object_;
+};
+
 // Deterministic content, so that both processes know what a message of a given size and seed
 // holds.
 inline std::string Pattern(std::size_t size, std::uint32_t seed) {
