@@ -1,16 +1,17 @@
 // ipc_bench: the shared-memory queue against the kernel's own transports, between two processes
 // of this machine, and the messengers' own path over the queue.
 //
-//   ipc_bench [--quick] [--round-trips N] [--only TEXT] [--json FILE]
+//   ipc_bench [--quick] [--round-trips N] [--only TEXT] [--load N] [--json FILE]
 //
 // Beside them run the libraries a user would pick instead (ZeroMQ, Boost.Interprocess, iceoryx,
 // see ipc_peers.h); a row whose library was not built or cannot run here is listed as skipped.
 //
 // Prints one table (round-trip median and 99th percentile of a 64-byte message, one-way
 // throughput of 64-byte and 4 KiB messages, the rate at which one 4 MiB message moves), each
-// figure with its ratio to the Unix socket's, then the queue's goals, met or missed. Exits 1 when
-// a transport failed to deliver what it was sent, 2 on a bad option, 3 when the watchdog fired,
-// 4 when the JSON file could not be written.
+// figure with its ratio to the Unix socket's, then the queue's goals, met or missed. With --load N,
+// N CPU-bound processes run beside the parties for the whole measurement. Exits 1 when a
+// transport failed to deliver what it was sent, 2 on a bad option, 3 when the watchdog fired, 4
+// when the JSON file could not be written.
 #include <sys/utsname.h>
 #include <unistd.h>
 
@@ -25,6 +26,7 @@
 #include <vector>
 
 #include "bench_machine.h"
+#include "ipc_load.h"
 #include "ipc_measure.h"
 #include "ipc_messenger_row.h"
 #include "ipc_peers.h"
@@ -39,11 +41,14 @@ namespace {
 
 void printUsage(std::FILE* to) {
   std::fprintf(to,
-               "usage: ipc_bench [--quick] [--round-trips N] [--only TEXT] [--json FILE]\n"
+               "usage: ipc_bench [--quick] [--round-trips N] [--only TEXT] [--load N]\n"
+               "                 [--json FILE]\n"
                "  --quick           fewer iterations, for a smoke run\n"
                "  --round-trips N   measured round trips per transport (default 100000)\n"
                "  --only TEXT       only the rows whose label contains TEXT (and the unix\n"
                "                    socket, the yardstick); may be given more than once\n"
+               "  --load N          run N CPU-bound processes beside the parties while\n"
+               "                    measuring (0 to 8; the goals differ with and without)\n"
                "  --json FILE       also write every figure, ratio and goal to FILE\n");
 }
 
@@ -65,6 +70,7 @@ struct Options {
   std::vector<std::string> only;  // label fragments; empty: every row
   std::string json;               // where to write the figures as JSON; empty: nowhere
   bool quick = false;
+  int load = 0;                   // CPU-bound processes beside the parties
 
   bool wanted(const std::string& label) const {
     if (only.empty()) return true;
@@ -90,6 +96,11 @@ bool parseOptions(int argc, char** argv, Options& options) {
       char* end = nullptr;
       roundTrips = std::strtol(argv[++i], &end, 10);
       if (*end != '\0' || roundTrips < 1 || roundTrips > 10000000) return false;
+    } else if (option == "--load" && i + 1 < argc) {
+      char* end = nullptr;
+      const long load = std::strtol(argv[++i], &end, 10);
+      if (*end != '\0' || load < 0 || load > 8) return false;
+      options.load = static_cast<int>(load);
     } else if (option == "--only" && i + 1 < argc) {
       options.only.push_back(argv[++i]);
     } else if (option == "--json" && i + 1 < argc) {
@@ -116,7 +127,7 @@ std::string fileText(const char* path) {
   return std::getline(file, text) ? text : "unknown";
 }
 
-void printSetting(const Plan& plan) {
+void printSetting(const Plan& plan, int load) {
   utsname system{};
   uname(&system);
   std::printf("ipc_bench: two processes (fork), nothing pinned\n");
@@ -124,6 +135,8 @@ void printSetting(const Plan& plan) {
               cpuModel().c_str(), system.release);
   std::printf("  load average %s (other work on the machine moves the figures)\n",
               fileText("/proc/loadavg").c_str());
+  std::printf("  busy load    %d CPU-bound process%s beside the parties while measuring\n", load,
+              load == 1 ? "" : "es");
   std::printf("  round trips  %d of 64 bytes after %d warm-up; median and 99th percentile\n",
               plan.roundTrips, plan.warmUpRoundTrips);
   std::printf(
@@ -156,9 +169,15 @@ int main(int argc, char** argv) {
   }
   const Plan& plan = options.plan;
   installWatchdog();
-  printSetting(plan);
+  printSetting(plan, options.load);
   const std::int64_t started = nowNs();
   const std::string loadBefore = fileText("/proc/loadavg");
+  // Bounded by the whole run's worst case; stopped as soon as the measurements are done.
+  BusyLoad load;
+  if (!load.start(options.load, 3600)) {
+    std::fprintf(stderr, "ipc_bench: cannot start the busy processes\n");
+    return 1;
+  }
 
   // Queue numbers of this run only, far from the small numbers the product's processes use.
   const int queueBase = 1000000000 + static_cast<int>(getpid() % 1000000) * 4;
@@ -207,8 +226,10 @@ int main(int argc, char** argv) {
     rows.push_back(std::move(row));
   }
 
+  load.stop();
+
   printTable(rows);
-  printGoals(rows);
+  printGoals(rows, options.load);
   printPeerGoals(rows);
   if (!skipped.empty()) std::printf("\n");
   printSkipped(skipped);
@@ -221,6 +242,7 @@ int main(int argc, char** argv) {
     setting.loadAverageAfter = loadAfter;
     setting.buildType = CONFLINK_BENCH_BUILD_TYPE;
     setting.quick = options.quick;
+    setting.load = options.load;
     setting.plan = plan;
     setting.seconds = seconds;
     std::string error;

@@ -298,6 +298,35 @@ TEST(Goals, AreJudgedAtTheirBoundsAgainstTheUnixSocket) {
   }
 }
 
+TEST(Goals, WithBusyProcessesBesideThePartiesTheBoundsAreTheSocketsOwnFigures) {
+  const auto figures = [](double p50, double p99, double small, double page, double big) {
+    Figures f = measured(p50, small, big);
+    f.roundTripP99Us = p99;
+    f.page.messagesPerSecond = page;
+    return f;
+  };
+  const Figures socket = figures(4, 6, 1e6, 5e5, 5);
+  struct Case {
+    const char* what;
+    Figures queue;
+    bool met;  // every goal
+  };
+  const Case cases[] = {
+      {"exactly at every bound", figures(4, 9, 1e6, 5e5, 1), true},
+      {"just past every bound", figures(4.01, 9.01, 0.99e6, 4.99e5, 0.99), false},
+  };
+  for (int load : {1, 2}) {
+    for (const Case& c : cases) {
+      SCOPED_TRACE(std::string(c.what) + ", load " + std::to_string(load));
+      const std::vector<Row> rows = {{"socket", "", RowRole::kBaseline, socket},
+                                     {"queue", "", RowRole::kQueue, c.queue}};
+      const std::vector<Verdict> verdicts = judgeGoals(rows, load);
+      ASSERT_EQ(verdicts.size(), 5u) << "p50, p99, 64 B, 4 KiB, 4 MiB";
+      for (const Verdict& v : verdicts) EXPECT_EQ(v.met, c.met) << v.goal;
+    }
+  }
+}
+
 TEST(Goals, RelativeGoalsAreMissedWithoutASocketFigureAndMessengersSkipTheLargeMessage) {
   Figures socket = measured(40, 1e6, 5);
   socket.ok = false;  // the yardstick itself failed

@@ -1,5 +1,7 @@
 #include "ipc_measure.h"
 
+#include "tests/support/child_process.h"
+
 #include <time.h>
 
 #include <algorithm>
@@ -353,20 +355,24 @@ void runRow(const std::string& label, unsigned limitSeconds, Figures& figures,
   static std::string step;
   step = "the row '" + label + "'";
   armWatchdog(limitSeconds + 10, step.c_str());
-  ChildProcess child(answer, limitSeconds);
+  watchChild(0);
+  conflink::testing::ChildProcess child(answer, limitSeconds);
   if (!child.started()) {
     figures.error = "fork failed";
   } else {
+    watchChild(child.pid());
     std::string why;
     const bool driven = drive(why);
     // After a failure the child is given a moment to say what it saw, then killed.
-    const int status = child.wait(driven ? 10000 : 1000);
+    int status = child.wait(driven ? 10000 : 1000);
+    if (status < 0) child.stop();
     figures.ok = driven && status == 0;
     if (!figures.ok) {
       figures.error = driven ? describeChildStatus(status)
                              : why + (status > 0 ? "; " + describeChildStatus(status) : "");
     }
   }
+  watchChild(0);
   disarmWatchdog();
   removeSharedObjects();
 }

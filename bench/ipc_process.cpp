@@ -2,16 +2,13 @@
 
 #include <signal.h>
 #include <sys/mman.h>
-#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
-#include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <thread>
 
 namespace conflink::bench {
 namespace {
@@ -101,54 +98,9 @@ bool childEnded() {
   return childEndedFlag.load();
 }
 
-ChildProcess::ChildProcess(const std::function<int()>& body, unsigned limitSeconds) {
-  std::fflush(nullptr);
-  childEndedFlag.store(false);
-  const pid_t parent = getpid();
-  pid_ = fork();
-  if (pid_ == 0) {
-    // The child must not run the parent's watchdog (it would remove the objects in use).
-    for (int s : {SIGALRM, SIGINT, SIGTERM, SIGHUP, SIGCHLD}) setHandler(s, SIG_DFL, 0);
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() != parent) _exit(125);  // the parent died before the line above
-    alarm(limitSeconds);
-    const int result = body();
-    std::fflush(nullptr);
-    _exit(result);
-  }
-  if (pid_ > 0) runningChild.store(pid_);
-}
-
-ChildProcess::~ChildProcess() {
-  if (pid_ > 0 && !reaped_) {
-    kill(pid_, SIGKILL);
-    while (waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
-    }
-  }
-  runningChild.store(0);
-}
-
-int ChildProcess::wait(int timeoutMs) {
-  if (pid_ <= 0) return -1;
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-  for (;;) {
-    int status = 0;
-    const pid_t r = waitpid(pid_, &status, WNOHANG);
-    if (r == pid_) {
-      reaped_ = true;
-      runningChild.store(0);
-      return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    }
-    if ((r < 0 && errno != EINTR) || std::chrono::steady_clock::now() > deadline) {
-      kill(pid_, SIGKILL);
-      while (waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
-      }
-      reaped_ = true;
-      runningChild.store(0);
-      return -1;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
-  }
+void watchChild(pid_t pid) {
+  if (pid == 0) childEndedFlag.store(false);
+  runningChild.store(pid);
 }
 
 std::string describeChildStatus(int status) {

@@ -1,11 +1,11 @@
 // Keeping a cross-process benchmark bounded in time and clean: the peer runs in a forked child
-// under an alarm, the parent has a watchdog, and named shared-memory objects are removed however
-// the run ends (normal end, a failed transport, a timeout or an interrupt).
+// under an alarm (conflink::testing::ChildProcess), the parent has a watchdog, and named
+// shared-memory objects are removed however the run ends (normal end, a failed transport, a timeout
+// or an interrupt).
 #pragma once
 
 #include <sys/types.h>
 
-#include <functional>
 #include <string>
 
 namespace conflink::bench {
@@ -27,24 +27,10 @@ void disarmWatchdog();
 // True once a child has ended since the last fork: blocking calls that return EINTR stop then.
 bool childEnded();
 
-// A forked child that runs `body` and exits with its result. It dies by SIGALRM after
-// `limitSeconds`, and with its parent. The parent's object kills and reaps it unless wait() did.
-class ChildProcess {
- public:
-  ChildProcess(const std::function<int()>& body, unsigned limitSeconds);
-  ~ChildProcess();
-  ChildProcess(const ChildProcess&) = delete;
-  ChildProcess& operator=(const ChildProcess&) = delete;
-
-  bool started() const { return pid_ > 0; }
-  // Waits up to `timeoutMs` for the child: its exit status, 128 + the signal that killed it, or
-  // -1 when it is still running (it is then killed and reaped).
-  int wait(int timeoutMs);
-
- private:
-  pid_t pid_ = -1;
-  bool reaped_ = false;
-};
+// The child of the row being measured (tests/support/child_process.h), for the handlers: they
+// kill it when they fire. Called with 0 before the fork (which also forgets that an earlier
+// child ended, see childEnded), then with the child's pid, and with 0 once it is reaped.
+void watchChild(pid_t pid);
 
 // Describes an exit result from ChildProcess::wait for a report line.
 std::string describeChildStatus(int status);

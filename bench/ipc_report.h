@@ -34,11 +34,12 @@ struct Verdict {
 };
 
 void printTable(const std::vector<Row>& rows);
-// Every goal for every queue row and, where the goal applies to them, the messengers. A row that
-// failed, or a relative goal without a unix socket figure, is never met.
-std::vector<Verdict> judgeGoals(const std::vector<Row>& rows);
+// Every goal of the regime (`load` busy processes beside the parties: the idle goals for 0, the
+// loaded ones otherwise) for every queue row and, where the goal applies to them, the messengers.
+// A row that failed, or a relative goal without a unix socket figure, is never met.
+std::vector<Verdict> judgeGoals(const std::vector<Row>& rows, int load = 0);
 // Prints each goal for each queue row (and the messengers, for reference); true when every goal
 // of the queue rows is met.
-bool printGoals(const std::vector<Row>& rows);
+bool printGoals(const std::vector<Row>& rows, int load = 0);
 
 }  // namespace conflink::bench

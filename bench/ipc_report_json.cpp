@@ -185,7 +185,7 @@ bool writeRunJson(const std::string& path, const RunSetting& setting, const std:
   json.endArray();
 
   json.key("goals").beginArray();
-  for (const Verdict& v : judgeGoals(rows)) {
+  for (const Verdict& v : judgeGoals(rows, setting.load)) {
     json.beginObject().member("goal", v.goal).member("row", v.row->label);
     json.member("value", v.value).member("ratio_to_unix_socket", v.ratio);
     json.member("counts", v.row->role == RowRole::kQueue).member("met", v.met).endObject();

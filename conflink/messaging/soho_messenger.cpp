@@ -31,3 +31,8 @@ void SohoMessenger::Disconnect() {
   delete queue_;
   queue_ = nullptr;
 }
+
+void SohoMessenger::InterruptWait() {
+  CyclicMessageQueue* queue = queue_;
+  if (queue != nullptr) queue->Interrupt();
+}

@@ -18,6 +18,19 @@ class SohoMessenger {
   bool Connect(unsigned int attempts, int pauseMs);
   // Closes and frees the queue; harmless when there is none.
   void Disconnect();
+  // Ends a receive of this messenger that blocks on the queue (the CC messenger's
+  // WaitForMessageAndDispatch then returns 1), or, when none is blocked, makes the next one
+  // return at once. Async-signal-safe, so that a process can shut down on SIGTERM:
+  //
+  //   CCToPSMessenger* messenger;            // set once connected
+  //   volatile sig_atomic_t stopping = 0;
+  //   void OnTerm(int) { stopping = 1; messenger->InterruptWait(); }
+  //   ...
+  //   while (!stopping) messenger->WaitForMessageAndDispatch();
+  //   messenger->Disconnect();                // leaves the queue; the last to leave removes it
+  //
+  // Must not run while Connect or Disconnect runs (block the signal around them).
+  void InterruptWait();
 
   SohoMessenger(const SohoMessenger&) = delete;
   SohoMessenger& operator=(const SohoMessenger&) = delete;

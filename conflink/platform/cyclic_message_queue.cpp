@@ -3,6 +3,8 @@
 #include <conflink/platform/cyclic_message_queue.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <new>
 
 #include <conflink/platform/queue_attachment.h>
@@ -34,6 +36,10 @@ const char* QueueResultText(int result) {
       return "out of memory";
     case kQueueBadArgument:
       return "bad argument";
+    case kQueueInterrupted:
+      return "receive interrupted";
+    case kQueueBacklogFull:
+      return "too much received while waiting to send";
     default:
       return result > 0 ? "ok" : "unknown queue result";
   }
@@ -82,6 +88,8 @@ struct CyclicMessageQueue::State {
   queue::Inbound inbound;
   queue::Outbound outbound;
   queue::SpinBudget receiveSpin;
+  // Interrupts not yet used up by a receive; set by Interrupt(), perhaps in a signal handler.
+  std::atomic<std::uint32_t> interrupts{0};
   std::string lastError;
   std::string failure;  // the text of a failure being handed out
 };
@@ -94,15 +102,33 @@ int CyclicMessageQueue::State::Receive(int* type, std::string* buffer, int timeo
   if (!Usable()) return kQueueNotConnected;
   // The clock is read only once a timed receive has to wait: most receives do not.
   std::int64_t deadline = -1;
+  std::uint32_t assembled = 0;  // of a message in fragments, when a poll last saw it grow
   for (;;) {
+    if (timeoutMs != kNoWait && interrupts.load(std::memory_order_acquire) != 0) {
+      interrupts.store(0, std::memory_order_relaxed);
+      Note("receive interrupted");
+      return kQueueInterrupted;
+    }
     const int result = inbound.Receive(*type, *buffer, failure);
     if (result != kQueueEmpty) {
       if (result != kQueueOk) Note(failure.c_str());
       return result;
     }
-    if (timeoutMs == kNoWait) return kQueueEmpty;
     int slice = kReceiveWaitSliceMs;
-    if (timeoutMs != kWaitForever) {
+    if (timeoutMs == kNoWait) {
+      // A poll that finds a message begun waits for the rest while it keeps coming, so that a
+      // message larger than the ring arrives at the pace of its sender, not of the polls.
+      if (!inbound.Assembling()) return kQueueEmpty;
+      const std::uint32_t have = inbound.AssembledBytes();
+      const std::int64_t now = queue::MonotonicMs();
+      if (deadline < 0 || have != assembled) {
+        assembled = have;
+        deadline = now + kQueuePollStallMs;
+      }
+      const std::int64_t left = deadline - now;
+      if (left <= 0) return kQueueEmpty;
+      slice = static_cast<int>(std::min<std::int64_t>(left, slice));
+    } else if (timeoutMs != kWaitForever) {
       const std::int64_t now = queue::MonotonicMs();
       if (deadline < 0) deadline = now + timeoutMs;
       const std::int64_t left = deadline - now;
@@ -110,8 +136,12 @@ int CyclicMessageQueue::State::Receive(int* type, std::string* buffer, int timeo
       slice = static_cast<int>(std::min<std::int64_t>(left, slice));
     }
     queue::WaitOnBell(
-        attachment.self(), receiveSpin, outbound.handOff(),
-        [&] { return inbound.RingHasData() || inbound.PeerWordChanged(); }, slice);
+        attachment.self(), attachment.peer(), receiveSpin, queue::kWaitForData,
+        [&] {
+          return inbound.RingHasData() || inbound.PeerWordChanged() ||
+                 interrupts.load(std::memory_order_relaxed) != 0;
+        },
+        slice);
   }
 }
 
@@ -210,8 +240,14 @@ int CyclicMessageQueue::IsPartyOnline() {
   return state_->attachment.ObservePeer(queue::Liveness::kAsk).alive ? 1 : 0;
 }
 
-int CyclicMessageQueue::QueueNumber() {
-  return state_ == nullptr ? 0 : state_->queueNumber;
+int CyclicMessageQueue::Interrupt() {
+  if (state_ == nullptr || !state_->attachment.usable()) return kQueueNotConnected;
+  const int savedErrno = errno;
+  state_->interrupts.store(1, std::memory_order_release);
+  // The receive may be asleep on its own bell: move the bell on and wake it.
+  queue::RingAlways(state_->attachment.self());
+  errno = savedErrno;
+  return kQueueOk;
 }
 
 unsigned int CyclicMessageQueue::Capacity() {

@@ -9,16 +9,40 @@
 // How it works, in short (the files named queue_*.h hold the details):
 // - The shared state is one POSIX shared-memory object (see QueueObjectName), mode 0600, holding
 //   a ring of `capacity` bytes per direction with lock-free 32-bit head and tail words.
-// - Messages travel as records; one larger than the free space travels in fragments and is
+// - Messages travel as records; one larger than the ring travels in fragments and is
 //   reassembled; it is delivered whole or not at all.
-// - A waiting party sleeps on a futex word of its own, woken by the peer only when it announced
-//   the wait, and always with a timeout.
+// - A waiting party spins briefly, only while the peer can answer (it runs on another
+//   processor), then sleeps on a futex word of its own, woken by the peer only when it announced
+//   a wait for what the peer changed, and always with a timeout.
 // - Each party holds a kernel lock on a byte of the object while attached; its release, on close
 //   or death, is how the peer learns of a departure.
 //
-// One thread at a time may use a queue object. The object keeps no threads and installs no
-// signal handlers. A queue object inherited by a forked child is inert in the child (reports not
-// connected); the child opens its own queue if it wants one.
+// Delivery rules:
+// - The queue pairs whichever two processes hold its two places; it knows no roles. A message
+//   reaches only a process attached at the other place than its sender's, and arrives whole, in
+//   order, once.
+// - A message sent while no peer is attached waits in the ring for the next process to take the
+//   other place, for as long as its sender stays attached (a send that does not fit the free
+//   space then fails with kQueuePeerAbsentFull).
+// - A message whose sender leaves before any peer took it, or that is still queued when both
+//   places become free, is discarded: the last party to leave removes the object, and a party
+//   that finds nobody attached makes the object afresh. (Leftovers of parties that crashed stay
+//   in the object until then; the inspector reports them.) So a process never receives what a
+//   process of its own side sent before it came.
+// - The peer's arrival and departure are delivered in order with its messages: everything a
+//   departed peer sent arrives before its departure.
+//
+// What the queue guarantees holds against a peer that crashes, hangs or writes garbage into
+// the rings: every failure is a result code, never a stray access. It does not hold against a
+// process of the same user that sets out to break it: such a process can open the object,
+// shrink it (the parties then die of SIGBUS on their next access, which no check can prevent),
+// rewrite its words or remove it. The object is private to the user (mode 0600), not to the
+// parties.
+//
+// One thread at a time may use a queue object; Interrupt() may also be called from another
+// thread or a signal handler. The object keeps no threads and installs no signal handlers. A
+// queue object inherited by a forked child is inert in the child (reports not connected); the
+// child opens its own queue if it wants one.
 #pragma once
 
 #include <string>
@@ -41,7 +65,11 @@ enum QueueResult : int {
   kQueueCorrupt = -6,         // the shared state failed validation; the message was dropped
   kQueueNoMemory = -7,        // memory ran out; the message was not sent or was dropped
   kQueueBadArgument = -8,     // a null pointer, or a send with a type reserved for queue events
+  kQueueInterrupted = -9,     // receive: Interrupt() ended the wait
+  kQueueBacklogFull = -10,    // send: what the peer sent meanwhile filled kQueueMaxHeldBytes
 };
+// The lowest result code, for tables over every code.
+constexpr int kQueueLowestResult = kQueueBacklogFull;
 
 // Largest message (buffer bytes) the queue carries; larger sends fail with kQueueTooLarge.
 constexpr unsigned int kMaxQueueMessageBytes = 64u * 1024u * 1024u;
@@ -50,6 +78,12 @@ constexpr unsigned int kMinQueueCapacity = 64;
 constexpr unsigned int kMaxQueueCapacity = 256u * 1024u * 1024u;
 // How long a sender waits for an attached peer that takes nothing from a full ring.
 constexpr int kQueueStallMs = 5000;
+// How much of what the peer sends a sender keeps in local memory while it waits for room (see
+// Send); it may overshoot by one ring.
+constexpr unsigned int kQueueMaxHeldBytes = 64u * 1024u * 1024u;
+// How long a poll (PeekMessage) that found a message in fragments begun waits for the next
+// fragment before it gives up for this call (what arrived is kept for the next).
+constexpr int kQueuePollStallMs = 50;
 // Queue events, delivered in order with the messages and with an empty buffer.
 constexpr int kQueueEventPeerConnected = static_cast<int>(0x80000000u);
 constexpr int kQueueEventPeerDisconnected = static_cast<int>(0x80000001u);
@@ -89,7 +123,11 @@ class CyclicMessageQueue {
   // and no peer), kQueuePeerDeparted (the peer left or was replaced while we waited for room),
   // kQueuePeerStalled (the peer took nothing for kQueueStallMs), kQueueCorrupt (the ring's
   // indices are inconsistent), kQueueNoMemory, kQueueBadArgument (null pointer, or a queue
-  // event's type). While waiting for room it keeps taking what the peer sends.
+  // event's type), kQueueBacklogFull (see below). While waiting for room it keeps taking what
+  // the peer sends into local memory, for the receives that follow, so that two parties sending
+  // to each other never deadlock; once that holds kQueueMaxHeldBytes and the peer still sends
+  // rather than takes, the send fails with kQueueBacklogFull. Nothing received is lost: what is
+  // held and what is still in the ring arrive with the next receives.
   virtual int Send(const int* type, std::string* buffer);
   // Slot 3: waits until a message or queue event arrives and fills type and buffer (an event has
   // an empty buffer). kQueueOk when something was received; otherwise kQueueNotConnected,
@@ -98,7 +136,10 @@ class CyclicMessageQueue {
   // storage the buffer already has when it is large enough, so a caller that keeps one buffer
   // for its receives does not allocate for each message.
   virtual int Receive(int* type, std::string* buffer);
-  // Slot 4: as Receive, but returns kQueueEmpty at once when nothing is waiting.
+  // Slot 4: as Receive, but returns kQueueEmpty at once when nothing is waiting. A message
+  // larger than the ring whose first fragment is there is taken whole in this call, as fast
+  // as its sender supplies it: the call waits for each next fragment, and gives up
+  // (kQueueEmpty, the part that arrived kept) only when none came for kQueuePollStallMs.
   virtual int PeekMessage(int* type, std::string* buffer);
   // Slot 5: as Receive, but gives up with kQueueEmpty after `timeoutMs` milliseconds (0 or less:
   // does not wait).
@@ -112,8 +153,14 @@ class CyclicMessageQueue {
   virtual const char* LastError();
   // Slot 9: non-zero while the other party is attached (asks the kernel for its lock).
   virtual int IsPartyOnline();
-  // Slot 10: the queue number given to the constructor.
-  virtual int QueueNumber();
+  // Slot 10: ends the wait of a Receive or ReceiveFor of this object that is blocked, or, when
+  // none is, makes the next one return at once: it returns kQueueInterrupted, and the interrupt
+  // is used up. Messages are not touched; the receive after it goes on normally. PeekMessage
+  // neither waits nor uses it up. May be called from
+  // another thread, or from a signal handler (it only stores to memory and makes one system
+  // call, and keeps errno). Returns kQueueOk, or kQueueNotConnected when the object holds no
+  // place (then no receive can block).
+  virtual int Interrupt();
   // Slot 11: the capacity in bytes of each ring.
   virtual unsigned int Capacity();
   // Slot 12: non-zero when the queue was opened and this object holds one of its two places.

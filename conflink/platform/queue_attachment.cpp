@@ -15,6 +15,7 @@
 
 #include <conflink/platform/cyclic_message_queue.h>
 #include <conflink/platform/queue_locks.h>
+#include <conflink/platform/queue_object_file.h>
 #include <conflink/platform/queue_wait.h>
 
 namespace conflink {
@@ -60,7 +61,10 @@ std::string SystemError(const char* what) {
 }
 
 // Open queues of this process, so that a forked child can let go of the descriptors it inherits:
-// a child that outlives a crashed parent must not keep the parent's place lock alive.
+// a child that outlives a crashed parent must not keep the parent's place lock alive. A queue
+// is registered before its object is opened and unregistered after its descriptor is closed,
+// and the descriptor is opened and closed under the registry's lock, which a fork takes too:
+// whichever thread forks, the child sees either no descriptor or one that it then closes.
 struct ForkRegistry {
   std::mutex mutex;
   std::vector<Attachment*> open;
@@ -80,24 +84,34 @@ void AfterForkChild() {
   Registry().open.clear();
   Registry().mutex.unlock();
 }
-void Register(Attachment* a) {
+
+}  // namespace
+
+void Attachment::Register() {
   static std::once_flag once;
   std::call_once(once, [] { pthread_atfork(BeforeFork, AfterForkParent, AfterForkChild); });
   std::lock_guard<std::mutex> guard(Registry().mutex);
-  Registry().open.push_back(a);
+  Registry().open.push_back(this);
 }
-void Unregister(Attachment* a) {
+
+void Attachment::Unregister() {
   std::lock_guard<std::mutex> guard(Registry().mutex);
   auto& open = Registry().open;
   for (auto it = open.begin(); it != open.end(); ++it) {
-    if (*it == a) {
+    if (*it == this) {
       open.erase(it);
       break;
     }
   }
 }
 
-}  // namespace
+bool Attachment::OpenObject(struct stat& st, std::string& error) {
+  std::lock_guard<std::mutex> guard(Registry().mutex);
+  fd_ = OpenQueueObject(name_, O_RDWR | O_CREAT, 0600, Ownership::kPrivate, st, error);
+  return fd_ >= 0;
+}
+
+namespace {}  // namespace
 
 bool Attachment::Map(std::size_t bytes, std::string& error) {
   void* p = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd_, 0);
@@ -131,22 +145,10 @@ bool Attachment::Initialise(std::string& error) {
   return true;
 }
 
-bool Attachment::RingEmpty(int r) const {
-  const Segment& seg = segment();
-  return seg.producer[r].head.load(std::memory_order_acquire) ==
-         seg.consumer[r].tail.load(std::memory_order_acquire);
-}
-
-bool Attachment::RingsEmpty() const {
-  return RingEmpty(0) && RingEmpty(1);
-}
-
-// The free place to take, or -1. With both free, the place that receives what is queued: what
-// a party sent while alone is meant for whoever comes next as its peer.
+// The free place to take, or -1. With both free the object was just made afresh: either.
 int Attachment::ChoosePlace() {
   const bool free0 = !ByteLockHeldElsewhere(fd_, PlaceLockByte(0));
   const bool free1 = !ByteLockHeldElsewhere(fd_, PlaceLockByte(1));
-  if (free0 && free1) return !RingEmpty(0) && RingEmpty(1) ? 1 : 0;
   return free0 ? 0 : free1 ? 1 : -1;
 }
 
@@ -162,37 +164,34 @@ bool Attachment::Open(int queueNumber, const char* keyPath, std::uint32_t capaci
 
   // Open the object and hold the bookkeeping lock. A leaving party may have removed the object
   // between our open and our lock: then it is an orphan, and we open the name again.
+  Register();
   struct stat st {};
   for (int attempt = 0;; ++attempt) {
-    fd_ = shm_open(name_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    if (fd_ < 0) {
-      error = SystemError(("cannot open shared object " + name_).c_str());
+    if (!OpenObject(st, error)) {
+      Abandon();
       return false;
     }
     if (!AcquireMutex(fd_, kMutexWaitMs)) {
       error = errno == EINVAL ? SystemError("open-file-description locks unavailable")
                               : "another process holds the queue's bookkeeping lock too long";
-      Release();
+      Abandon();
       return false;
     }
     if (fstat(fd_, &st) != 0) {
       error = SystemError("cannot inspect the queue object");
-      Release();
+      Abandon();
       return false;
     }
     if (st.st_nlink > 0 || attempt >= 10) break;
     Release();
   }
-  if (st.st_uid != geteuid() || (st.st_mode & 0077) != 0) {
-    error = "queue object " + name_ + " belongs to another user or is open to others";
-    Release();
-    return false;
-  }
 
+  // With nobody attached, whatever the object holds is left by parties that have gone: a message
+  // reaches only a process attached at the other place, so what they left is discarded, and
+  // the object is made afresh, at the capacity this party asks for.
   const bool anyoneAttached =
       ByteLockHeldElsewhere(fd_, PlaceLockByte(0)) || ByteLockHeldElsewhere(fd_, PlaceLockByte(1));
-  bool fresh = st.st_size == 0;
-  if (!fresh) {
+  if (anyoneAttached) {
     std::uint32_t header[4] = {};
     const bool readable = static_cast<std::size_t>(st.st_size) >= sizeof(Segment) &&
                           pread(fd_, header, sizeof header, 0) == sizeof header;
@@ -202,35 +201,19 @@ bool Attachment::Open(int queueNumber, const char* keyPath, std::uint32_t capaci
                        header[3] == SegmentBytes(theirs) &&
                        static_cast<std::size_t>(st.st_size) == SegmentBytes(theirs);
     if (!valid) {
-      if (anyoneAttached) {
-        error = "queue object " + name_ + " is in use but its layout is not recognised";
-        Release();
-        return false;
-      }
-      fresh = true;  // left half-made by a creator that died: make it again
-    } else if (theirs != capacity) {
-      bool reclaimable = !anyoneAttached;
-      if (reclaimable) {
-        capacity_ = theirs;
-        if (!Map(SegmentBytes(theirs), error)) {
-          Release();
-          return false;
-        }
-        reclaimable = RingsEmpty();
-        capacity_ = capacity;
-      }
-      if (!reclaimable) {
-        error = "capacity mismatch: the queue has " + std::to_string(theirs) +
-                " bytes per ring, this party asked for " + std::to_string(capacity) +
-                (anyoneAttached ? "" : " (messages are still queued)");
-        Release();
-        return false;
-      }
-      fresh = true;  // an empty leftover of another size
+      error = "queue object " + name_ + " is in use but its layout is not recognised";
+      Abandon();
+      return false;
+    }
+    if (theirs != capacity) {
+      error = "capacity mismatch: the queue has " + std::to_string(theirs) +
+              " bytes per ring, this party asked for " + std::to_string(capacity);
+      Abandon();
+      return false;
     }
   }
-  if (fresh ? !Initialise(error) : !Map(SegmentBytes(capacity_), error)) {
-    Release();
+  if (anyoneAttached ? !Map(SegmentBytes(capacity_), error) : !Initialise(error)) {
+    Abandon();
     return false;
   }
 
@@ -238,7 +221,7 @@ bool Attachment::Open(int queueNumber, const char* keyPath, std::uint32_t capaci
   if (place_ < 0 || !SetByteLock(fd_, F_WRLCK, PlaceLockByte(place_))) {
     error = "both places of the queue are taken";
     place_ = -1;
-    Release();
+    Abandon();
     return false;
   }
 
@@ -253,13 +236,11 @@ bool Attachment::Open(int queueNumber, const char* keyPath, std::uint32_t capaci
   self().attach.store(((Generation(word) + 1) << 1) | 1u, std::memory_order_release);
   RingAlways(peer());
   SetByteLock(fd_, F_UNLCK, kBookkeepingLockByte);
-  Register(this);
   return true;
 }
 
 void Attachment::Close() {
   if (base_ == nullptr && fd_ < 0) return;
-  Unregister(this);
   if (!inherited_ && place_ >= 0) {
     const bool locked = AcquireMutex(fd_, kMutexWaitMs);
     const std::uint32_t word = self().attach.load(std::memory_order_relaxed);
@@ -268,20 +249,35 @@ void Attachment::Close() {
     SetByteLock(fd_, F_UNLCK, PlaceLockByte(place_));
     struct stat st {};
     if (locked && fstat(fd_, &st) == 0 && st.st_nlink > 0 &&
-        !ByteLockHeldElsewhere(fd_, PlaceLockByte(1 - place_)) && RingsEmpty())
+        !ByteLockHeldElsewhere(fd_, PlaceLockByte(1 - place_)))
       shm_unlink(name_.c_str());
   }
   place_ = -1;
-  Release();
+  Abandon();
 }
 
-// Unmaps and closes; closing the descriptor also drops any lock still held through it.
+// Unmaps, lets go of every lock and closes. The locks are released explicitly: closing drops
+// them only when no other descriptor refers to the same open, and a child forked by another
+// thread before it could be told to close its copy may still hold one.
 void Attachment::Release() {
   if (base_ != nullptr) munmap(base_, bytes_);
   base_ = nullptr;
   bytes_ = 0;
-  if (fd_ >= 0) close(fd_);
+  if (fd_ < 0) return;
+  if (!inherited_) {
+    struct flock whole {};
+    whole.l_type = F_UNLCK;
+    whole.l_whence = SEEK_SET;  // from byte 0, length 0: every byte
+    fcntl(fd_, F_OFD_SETLK, &whole);
+  }
+  std::lock_guard<std::mutex> guard(Registry().mutex);
+  close(fd_);
   fd_ = -1;
+}
+
+void Attachment::Abandon() {
+  Release();
+  Unregister();
 }
 
 void Attachment::ForgetAfterFork() {

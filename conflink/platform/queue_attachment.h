@@ -10,7 +10,9 @@
 // one process are two distinct parties.
 #pragma once
 
+#include <sys/stat.h>
 #include <cstddef>
+
 #include <cstdint>
 #include <string>
 
@@ -46,8 +48,8 @@ class Attachment {
   // Opens or creates the object and takes a free place. On failure returns false, sets `error`
   // to the reason and holds nothing.
   bool Open(int queueNumber, const char* keyPath, std::uint32_t capacity, std::string& error);
-  // Leaves the place, wakes the peer, and removes the object when nobody is attached and
-  // nothing is queued. Harmless when not open.
+  // Leaves the place, wakes the peer, and removes the object when the peer is not attached:
+  // what is still queued then can reach no one. Harmless when not open.
   void Close();
 
   // True when this object holds a place. False after a fork in the child's copy: the place
@@ -83,10 +85,15 @@ class Attachment {
   RingBytes Ring(int r) const {
     return RingBytes(static_cast<unsigned char*>(base_) + RingOffset(capacity_, r), capacity_);
   }
+  // Joins or leaves the list of queues whose descriptors a forked child closes.
+  void Register();
+  void Unregister();
+  // Opens the object under the list's lock (see queue_attachment.cpp).
+  bool OpenObject(struct stat& st, std::string& error);
+  // Releases everything and unregisters: the object is done with.
+  void Abandon();
   bool Map(std::size_t bytes, std::string& error);
   bool Initialise(std::string& error);
-  bool RingsEmpty() const;
-  bool RingEmpty(int r) const;
   int ChoosePlace();
   void Release();
 

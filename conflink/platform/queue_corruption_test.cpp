@@ -119,9 +119,9 @@ TEST_F(QueueCorruption, DamagedIndicesAndHeadersFailCleanlyAndRecover) {
          t.seg().producer[0].head.store(index.Advance(index.Advance(v, cap), 100));
        },
        kQueueCorrupt},
-      {"tail outside the index range",
+      {"tail outside the index range (the sender goes by the tail it last read, which shows room)",
        [](QueueCorruption& t, std::uint32_t) { t.seg().consumer[0].tail.store(0x80000000u); },
-       kQueueCorrupt},
+       kQueueOk},
       {"head inside a record header",
        [](QueueCorruption& t, std::uint32_t v) {
          t.seg().producer[0].head.store(t.ring().index().Advance(v, 7));
@@ -209,6 +209,18 @@ TEST_F(QueueCorruption, HostileFragmentSequencesNeverBecomeMessages) {
          t.Inject(kRecordLast, 2, 9, 100, half);
        },
        {}},
+      {"a whole message typed as the peer's arrival is refused",
+       [&](QueueCorruption& t) { t.Inject(kRecordFirst | kRecordLast, 1, 0x80000000u, 50, half); },
+       {kQueueCorrupt}},
+      {"a whole message typed as the peer's departure is refused",
+       [&](QueueCorruption& t) { t.Inject(kRecordFirst | kRecordLast, 1, 0x80000001u, 0, ""); },
+       {kQueueCorrupt}},
+      {"a fragmented message typed as an event is refused once, its rest skipped",
+       [&](QueueCorruption& t) {
+         t.Inject(kRecordFirst, 1, 0x80000001u, 100, half);
+         t.Inject(kRecordLast, 1, 0x80000001u, 100, half);
+       },
+       {kQueueCorrupt}},
       {"a stray last fragment is skipped",
        [&](QueueCorruption& t) { t.Inject(kRecordLast, 7, 9, 50, half); },
        {}},

@@ -16,7 +16,9 @@
 #include <conflink/platform/cyclic_message_queue.h>
 #include <conflink/platform/queue_layout.h>
 #include <conflink/platform/queue_locks.h>
+#include <conflink/platform/queue_object_file.h>
 #include <conflink/platform/queue_ring.h>
+#include <conflink/platform/queue_wait.h>
 
 namespace conflink::queue {
 namespace {
@@ -244,7 +246,7 @@ void ReadPlaces(const Segment& seg, QueueReport& report) {
       report.findings.push_back(Place(p) +
                                 ": its lock is held but its attach word says free: a party is "
                                 "attaching or leaving, or the word was overwritten");
-    if (place.waiting > 2)
+    if (place.waiting > (kWaitForData | kWaitForRoom | kWaitRung) || place.waiting == kWaitRung)
       report.findings.push_back(Place(p) + ": waiting word " + std::to_string(place.waiting) +
                                 " is not a value a party writes");
   }
@@ -373,18 +375,15 @@ bool InspectQueue(const std::string& objectName, QueueReport& report, std::strin
   report = QueueReport{};
   report.objectName = objectName;
   report.nameParsed = ParseQueueObjectName(objectName, report.parts);
-  const Descriptor fd(shm_open(objectName.c_str(), O_RDONLY | O_CLOEXEC, 0));
-  if (fd.get() < 0) {
-    error = SystemError("cannot open " + objectName);
-    return false;
-  }
+  struct stat st {};
+  const Descriptor fd(OpenQueueObject(objectName, O_RDONLY, 0, Ownership::kAny, st, error));
+  if (fd.get() < 0) return false;
   const BookkeepingHold hold(fd.get());
   if (!hold.held())
     report.findings.push_back("the bookkeeping lock stayed taken for " +
                               std::to_string(kBookkeepingWaitMs) +
                               " ms: a party is stuck attaching or leaving, and what follows may "
                               "change while it is read");
-  struct stat st {};
   if (fstat(fd.get(), &st) != 0) {
     error = SystemError("cannot inspect " + objectName);
     return false;
@@ -429,6 +428,17 @@ bool InspectQueue(const std::string& objectName, QueueReport& report, std::strin
   ReadPlaces(seg, report);
   for (int r = 0; r < 2; ++r)
     ReadRing(seg, mapping.bytes(), report.capacity, r, report.ring[r], report.findings);
+  if (!report.place[0].alive && !report.place[1].alive) {
+    for (int r = 0; r < 2; ++r) {
+      const RingReport& ring = report.ring[r];
+      if (ring.pendingBytes == 0) continue;
+      report.findings.push_back(
+          "ring " + std::to_string(r) + ": " + std::to_string(ring.pendingMessages) +
+          " messages (" + std::to_string(ring.pendingBytes) +
+          " bytes) left by parties that have gone; with nobody attached they can reach no one "
+          "and are discarded when the queue is next opened");
+    }
+  }
   return true;
 }
 
@@ -441,10 +451,16 @@ bool RemoveQueue(const std::string& objectName, bool force, RemoveOutcome& outco
   outcome = RemoveOutcome{};
   std::string name;
   if (!ResolveQueueObjectName(objectName, name, error)) return false;
-  const Descriptor fd(shm_open(name.c_str(), O_RDONLY | O_CLOEXEC, 0));
+  struct stat st {};
+  const Descriptor fd(OpenQueueObject(name, O_RDONLY, 0, Ownership::kAny, st, error));
   if (fd.get() < 0) {
-    error = SystemError("cannot open " + name);
-    return false;
+    // Whatever was planted under a queue's name can still be taken away by force.
+    if (!force || errno == ENOENT) return false;
+    if (shm_unlink(name.c_str()) != 0) {
+      error = SystemError("cannot remove " + name);
+      return false;
+    }
+    return true;
   }
   // Held until the object is gone, so that no party attaches between the look and the removal.
   const BookkeepingHold hold(fd.get());

@@ -54,7 +54,7 @@ struct PlaceReport {
   bool attached = false;  // the attach word says a process holds the place
   std::uint32_t generation = 0;
   bool alive = false;         // the kernel holds the place's lock for some open of the object
-  std::uint32_t waiting = 0;  // 0 awake, 1 asleep on its bell, 2 asleep and handed the processor
+  std::uint32_t waiting = 0;  // 0 awake; else what it sleeps for, and whether it was rung
   std::uint32_t bell = 0;
   bool sleeping() const { return waiting != 0; }
 };

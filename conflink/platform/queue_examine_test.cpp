@@ -326,7 +326,7 @@ TEST(QueueInspect, AMessageInFragmentsCountsOnce) {
 TEST(QueueInspect, AKilledPartyIsAttachedButNotAlive) {
   TestQueueName name;
   Pace attached, never;
-  Child child([&] {
+  ChildProcess child([&] {
     auto mine = name.Open();
     if (!mine->IsConnected() || SendText(*mine, 5, "last words") != kQueueOk) return 1;
     attached.Signal();
@@ -336,8 +336,8 @@ TEST(QueueInspect, AKilledPartyIsAttachedButNotAlive) {
   ASSERT_EQ(attached.Await(), 'x');
   QueueReport r = Inspect(name);
   EXPECT_TRUE(r.place[0].attached && r.place[0].alive);
-  child.Kill();
-  EXPECT_EQ(child.Wait(), 128 + SIGKILL);
+  child.stop();
+  EXPECT_EQ(child.wait(), 128 + SIGKILL);
   r = Inspect(name);
   EXPECT_TRUE(r.place[0].attached);
   EXPECT_FALSE(r.place[0].alive);
@@ -386,35 +386,36 @@ TEST(QueueInspect, ObjectsThatAreNoQueueAreRefusedWithTheReason) {
     const char* what;
     std::uint64_t bytes;
     std::function<void(RawObject&)> fill;
-    const char* error;
+    std::string error;
   };
   const std::uint32_t cap = 64;
   const std::uint32_t size = static_cast<std::uint32_t>(SegmentBytes(cap));
+  const std::uint32_t V = queue::kLayoutVersion;
   const auto header = [](std::uint32_t magic, std::uint32_t version, std::uint32_t capacity,
                          std::uint32_t segmentBytes) {
     return [=](RawObject& o) { o.Header(magic, version, capacity, segmentBytes); };
   };
   const std::vector<Case> cases = {
       {"empty object", 0, [](RawObject&) {}, "is empty"},
-      {"shorter than the control blocks", 100, header(queue::kLayoutMagic, 1, cap, size),
+      {"shorter than the control blocks", 100, header(queue::kLayoutMagic, V, cap, size),
        "is truncated"},
-      {"wrong magic", size, header(0xdeadbeef, 1, cap, size), "is not a queue: magic 0xdeadbeef"},
-      {"magic never stored", size, header(0, 1, cap, size), "is not a queue"},
-      {"another layout version", size, header(queue::kLayoutMagic, 2, cap, size),
-       "layout version 2"},
-      {"capacity below the least", size, header(queue::kLayoutMagic, 1, 10, size),
+      {"wrong magic", size, header(0xdeadbeef, V, cap, size), "is not a queue: magic 0xdeadbeef"},
+      {"magic never stored", size, header(0, V, cap, size), "is not a queue"},
+      {"another layout version", size, header(queue::kLayoutMagic, V + 1, cap, size),
+       "layout version " + std::to_string(V + 1)},
+      {"capacity below the least", size, header(queue::kLayoutMagic, V, 10, size),
        "capacity 10, outside"},
-      {"capacity above the most", size, header(queue::kLayoutMagic, 1, kMaxQueueCapacity + 1, size),
+      {"capacity above the most", size, header(queue::kLayoutMagic, V, kMaxQueueCapacity + 1, size),
        "outside"},
       {"capacity larger than the object", size,
-       header(queue::kLayoutMagic, 1, 65536, static_cast<std::uint32_t>(SegmentBytes(65536))),
+       header(queue::kLayoutMagic, V, 65536, static_cast<std::uint32_t>(SegmentBytes(65536))),
        "is truncated: a capacity of 65536"},
-      {"size in the header disagrees", size, header(queue::kLayoutMagic, 1, cap, size + 64),
+      {"size in the header disagrees", size, header(queue::kLayoutMagic, V, cap, size + 64),
        "gives its size as"},
-      {"object larger than its header says", size + 4096, header(queue::kLayoutMagic, 1, cap, size),
+      {"object larger than its header says", size + 4096, header(queue::kLayoutMagic, V, cap, size),
        "its header says"},
       {"object larger than any queue", SegmentBytes(kMaxQueueCapacity) + 1,
-       header(queue::kLayoutMagic, 1, cap, size), "larger than any queue"},
+       header(queue::kLayoutMagic, V, cap, size), "larger than any queue"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
@@ -519,7 +520,7 @@ TEST(QueueInspect, GarbageInEveryWordNeverReadsOutsideTheObject) {
       x = x * 1664525u + 1013904223u;
       if ((x >> 31) != 0) object.Word(4 * w, (x >> 8) % (3 * cap));
     }
-    object.Header(queue::kLayoutMagic, 1, cap, size);
+    object.Header(queue::kLayoutMagic, queue::kLayoutVersion, cap, size);
     QueueReport report;
     std::string error;
     ASSERT_TRUE(InspectQueue(name.Object(), report, error)) << error;
@@ -531,7 +532,7 @@ TEST(QueueInspect, GarbageInEveryWordNeverReadsOutsideTheObject) {
 TEST(QueueRemove, RefusedOnlyWhileALivePartyHoldsTheQueue) {
   struct Holders {
     std::unique_ptr<CyclicMessageQueue> party;
-    std::unique_ptr<Child> child;
+    std::unique_ptr<ChildProcess> child;
   };
   struct Case {
     const char* what;
@@ -545,23 +546,28 @@ TEST(QueueRemove, RefusedOnlyWhileALivePartyHoldsTheQueue) {
        false, false, "held by a live party (place 0)"},
       {"a live party holds it, forced",
        [](const TestQueueName& n, Holders& h) { h.party = n.Open(); }, true, true, ""},
-      {"nobody holds it, messages queued",
-       [](const TestQueueName& n, Holders&) {
-         auto q = n.Open();
-         SendText(*q, 1, "for whoever comes");
+      {"nobody holds it, messages left by a killed party",
+       [](const TestQueueName& n, Holders& h) {
+         h.child = std::make_unique<ChildProcess>([&n] {
+           auto q = n.Open();
+           SendText(*q, 1, "for nobody");
+           raise(SIGKILL);
+           return 1;
+         });
+         h.child->wait();
        },
        false, true, ""},
       {"its holder was killed",
        [](const TestQueueName& n, Holders& h) {
          Pace attached;
-         h.child = std::make_unique<Child>([&n, &attached] {
+         h.child = std::make_unique<ChildProcess>([&n, &attached] {
            auto q = n.Open();
            attached.Signal();
            pause();
            return 1;
          });
          attached.Await();
-         h.child->Kill();
+         h.child->stop();
        },
        false, true, ""},
   };

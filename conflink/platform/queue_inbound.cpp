@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <new>
 #include <utility>
 
@@ -58,13 +59,13 @@ void Inbound::Pump(std::size_t want, Delivery* direct) {
       reportedGeneration_ = seenGeneration_;
     }
   }
-  while (Held(direct) < want) {
+  while (Held(direct) < want && HeldBytes() < heldLimit_) {
     // The head is read before the peer's state: records of a newer generation are published
     // after its attach word, so none of them can be below this head unless the observation
     // below sees that generation too. While records wait, the peer's lock need not be asked
     // about: its departure is due only after them.
-    const std::uint32_t head = producer.head.load(std::memory_order_acquire);
     const std::uint32_t tail = a_.inConsumer().tail.load(std::memory_order_relaxed);
+    const std::uint32_t head = Head(tail);
     const PeerView view = a_.ObservePeer(Unread(head, tail) ? Liveness::kKnown : Liveness::kRecent);
     lastWord_ = view.word;
     const std::uint32_t generation = Generation(view.word);
@@ -101,21 +102,43 @@ void Inbound::Pump(std::size_t want, Delivery* direct) {
       continue;
     }
     const std::size_t before = Held(direct);
-    Drain(head, want - before, direct);
+    Drain(head, want - before, direct, true);
     if (Held(direct) == before) break;
   }
 }
 
-bool Inbound::Drain(std::uint32_t limit, std::size_t want, Delivery* direct) {
+std::uint32_t Inbound::Head(std::uint32_t tail) {
+  const RingIndex index(a_.capacity());
+  if (headKnown_ && headSeen_ != tail && index.Valid(headSeen_) && index.Valid(tail) &&
+      index.Distance(tail, headSeen_) <= index.capacity())
+    return headSeen_;
+  headSeen_ = a_.inProducer().head.load(std::memory_order_acquire);
+  headKnown_ = true;
+  return headSeen_;
+}
+
+bool Inbound::PumpBounded(std::size_t maxHeldBytes) {
+  heldLimit_ = maxHeldBytes;
+  try {
+    Pump(SIZE_MAX, nullptr);
+  } catch (...) {
+    heldLimit_ = SIZE_MAX;
+    throw;
+  }
+  heldLimit_ = SIZE_MAX;
+  return HeldBytes() >= maxHeldBytes && RingHasData();
+}
+
+bool Inbound::Drain(std::uint32_t limit, std::size_t want, Delivery* direct, bool bounded) {
   RingBytes ring = a_.inbound();
   const RingIndex& index = ring.index();
   ConsumerBlock& consumer = a_.inConsumer();
   ProducerBlock& producer = a_.inProducer();
   const std::size_t base = Held(direct);
   bool readable = true;
-  while (Held(direct) - base < want) {
+  while (Held(direct) - base < want && !(bounded && HeldBytes() >= heldLimit_)) {
     const std::uint32_t tail = consumer.tail.load(std::memory_order_relaxed);
-    const std::uint32_t head = producer.head.load(std::memory_order_acquire);
+    const std::uint32_t head = Head(tail);
     if (stuck_ && head == stuckHead_ && tail == stuckTail_) return false;
     stuck_ = false;
     if (!index.Valid(head) || !index.Valid(tail) || index.Distance(tail, head) > index.capacity()) {
@@ -181,6 +204,16 @@ bool Inbound::TakeRecord(std::uint32_t tail, std::uint32_t available, std::uint3
       // A new message while one is unfinished: the unfinished one was abandoned by a producer
       // that died or gave up.
       DropPartial();
+      // The types of queue events are ours alone: a record claiming one would make the peer's
+      // bytes pass for an arrival or a departure. Its other fragments are skipped as strays.
+      if (static_cast<int>(header.type) == kQueueEventPeerConnected ||
+          static_cast<int>(header.type) == kQueueEventPeerDisconnected) {
+        char type[16];
+        std::snprintf(type, sizeof type, "0x%08x", static_cast<unsigned>(header.type));
+        Fail(kQueueCorrupt, std::string("inbound message typed ") + type +
+                                ", a type reserved for queue events; message dropped");
+        return true;
+      }
       if (last) {
         if (header.length != header.total) {
           Fail(kQueueCorrupt, "inbound message of " + std::to_string(header.total) +
@@ -243,7 +276,7 @@ bool Inbound::TakeRecord(std::uint32_t tail, std::uint32_t available, std::uint3
 
 void Inbound::Consumed(std::uint32_t next) {
   a_.inConsumer().tail.store(next, std::memory_order_release);
-  RingIfWaiting(a_.peer());
+  RingIfWaiting(a_.peer(), kWaitForRoom);
 }
 
 void Inbound::Push(int result, int type, std::string data) {

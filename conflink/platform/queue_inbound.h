@@ -43,6 +43,11 @@ class Inbound {
   int Receive(int& type, std::string& buffer, std::string& why);
   // Takes records until `want` items are held locally or the ring has nothing more.
   void Pump(std::size_t want) { Pump(want, nullptr); }
+  // What a sender that waits for room does: takes every record, but stops once what is held
+  // locally (messages and a message in reassembly) reaches `maxHeldBytes`; it can overshoot by
+  // one record, or by what a departed peer left (at most a ring). Returns whether it stopped at
+  // the bound with records left in the ring.
+  bool PumpBounded(std::size_t maxHeldBytes);
 
   // Cheap checks for wait loops: whether the ring has unread bytes (not counting a state already
   // found corrupt and not yet repaired), and whether the peer's attach word moved since the last
@@ -52,6 +57,9 @@ class Inbound {
 
   // Bytes of messages received but not handed out: held locally, in reassembly, in the ring.
   std::uint32_t PendingBytes() const;
+  // Whether a message in fragments has begun and not ended, and how much of it arrived.
+  bool Assembling() const { return assembling_; }
+  std::uint32_t AssembledBytes() const { return static_cast<std::uint32_t>(partial_.size()); }
 
  private:
   // A caller's buffer that the next message may go into directly, instead of being held.
@@ -66,7 +74,13 @@ class Inbound {
   void Pump(std::size_t want, Delivery* direct);
   // Takes records up to index `limit` (or the head when `limit` is not a valid stop), at most
   // `want` new items. Returns false when it found the ring in a state it cannot read.
-  bool Drain(std::uint32_t limit, std::size_t want, Delivery* direct);
+  // `bounded`: stop at heldLimit_ too.
+  bool Drain(std::uint32_t limit, std::size_t want, Delivery* direct, bool bounded = false);
+  std::size_t HeldBytes() const { return heldBytes_ + partial_.size(); }
+  // The producer's head: the one last read while records remain before it, else read afresh.
+  // The producer writes its line for every record it publishes; reading it for every record
+  // taken would fetch that line each time.
+  std::uint32_t Head(std::uint32_t tail);
   bool TakeRecord(std::uint32_t tail, std::uint32_t available, std::uint32_t& next,
                   Delivery* direct);
   // Whether a complete message goes into `direct` rather than being held: only when nothing is
@@ -89,6 +103,9 @@ class Inbound {
   Attachment& a_;
   std::deque<InboundItem> items_;
   std::size_t heldBytes_ = 0;
+  std::size_t heldLimit_ = SIZE_MAX;  // see PumpBounded
+  std::uint32_t headSeen_ = 0;
+  bool headKnown_ = false;
 
   // The peer as we reported it: whether we announced its arrival and not yet its departure, of
   // which generation, and the newest generation we accounted for.

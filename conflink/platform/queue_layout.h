@@ -22,7 +22,7 @@ static_assert(Word::is_always_lock_free, "shared words must be lock-free to work
 static_assert(sizeof(Word) == 4, "shared words are plain 32-bit words");
 
 constexpr std::uint32_t kLayoutMagic = 0x434c5131u;  // "CLQ1"
-constexpr std::uint32_t kLayoutVersion = 1;
+constexpr std::uint32_t kLayoutVersion = 2;
 constexpr std::size_t kCacheLine = 64;
 
 // The fixed part of the object, written once by whoever initialises it. `magic` is stored last,
@@ -37,11 +37,14 @@ struct alignas(kCacheLine) SegmentHeader {
 // One per place. `attach` is (generation << 1) | attached: the generation counts the processes
 // that took the place, so the peer can tell a restarted party from the one it knew. The party
 // sleeps on `bell` after setting `waiting`; whoever changes something the party may wait for
-// bumps `bell` and wakes it, but only when `waiting` says it sleeps.
+// bumps `bell` and wakes it, but only when `waiting` says it sleeps. `cpu` is one more than the
+// processor the party last ran on when a wait ended (0: not known), so that the peer does not
+// spin for an answer that needs the very processor it spins on.
 struct alignas(kCacheLine) PartyBlock {
   Word attach;
   Word bell;
   Word waiting;
+  Word cpu;
 };
 
 // Written only by the producer of the ring (the party in the ring's place).

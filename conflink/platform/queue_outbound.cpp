@@ -10,10 +10,14 @@
 namespace conflink::queue {
 namespace {
 
-// Smallest fragment worth writing while a message waits for room, so that a nearly full ring is
-// not filled with headers.
-std::uint32_t MinFragment(std::uint32_t capacity) {
-  return std::min<std::uint32_t>(256, capacity / 4);
+// Smallest fragment worth writing while a message waits for room, and the room a sender that
+// found the ring full waits for before it writes again. Writing as soon as a few bytes are free
+// would make the two parties hand the ring's lines back and forth for every record (and on a
+// busy machine, wake each other for every record); a quarter of the ring lets each side work
+// through a batch while the other works on the rest; half the ring halves the hand-offs, which
+// on a busy machine each may cost a wait for a processor.
+std::uint32_t Batch(std::uint32_t capacity) {
+  return capacity / 2;
 }
 
 }  // namespace
@@ -60,20 +64,31 @@ int Outbound::Send(int type, const std::string& buffer, std::string& error) {
   bool waiting = false;
   std::uint32_t lastTail = 0;
   std::int64_t progressAt = 0;
-  // Moves whatever the peer sent into local memory; false when that memory cannot be had.
+  // Moves what the peer sent into local memory, up to kQueueMaxHeldBytes; a QueueResult.
   auto keepInboundMoving = [&] {
     try {
-      in_.Pump(SIZE_MAX);
-      return true;
+      if (!in_.PumpBounded(kQueueMaxHeldBytes)) return static_cast<int>(kQueueOk);
+      error = "while waiting for room, " + std::to_string(in_.PendingBytes()) +
+              " bytes the peer sent are held (the limit is " + std::to_string(kQueueMaxHeldBytes) +
+              "); receive them, then send again";
+      return static_cast<int>(kQueueBacklogFull);
     } catch (const std::bad_alloc&) {
       error = "out of memory keeping inbound messages while waiting to send";
-      return false;
+      return static_cast<int>(kQueueNoMemory);
     }
   };
 
   while (!published || sent < total) {
     const std::uint32_t head = producer.head.load(std::memory_order_relaxed);
-    const std::uint32_t tail = consumer.tail.load(std::memory_order_acquire);
+    // The consumer's tail lives on a line the consumer writes for every record it takes; reading
+    // it for every message would fetch that line each time. The tail last read is good enough
+    // while it shows room for the whole rest of the message (the consumer only ever frees more).
+    std::uint32_t tail = tailSeen_;
+    if (!index.Valid(head) || !index.Valid(tail) || index.Distance(tail, head) > capacity ||
+        capacity - index.Distance(tail, head) < kRecordHeaderBytes + (total - sent)) {
+      tail = consumer.tail.load(std::memory_order_acquire);
+      tailSeen_ = tail;
+    }
     if (!index.Valid(head) && index.Valid(tail) && !repaired) {
       producer.head.store(tail, std::memory_order_release);  // our own word: take the tail's
       repaired = true;
@@ -110,9 +125,15 @@ int Outbound::Send(int type, const std::string& buffer, std::string& error) {
       }
       // A message that goes in fragments depends on the peer taking; take what it sent us first,
       // so that its own sends never wait on ours, however quickly it reads.
-      if (in_.RingHasData() && !keepInboundMoving()) return GiveUp(seq, published, kQueueNoMemory);
+      if (in_.RingHasData()) {
+        const int kept = keepInboundMoving();
+        if (kept != kQueueOk) return GiveUp(seq, published, kept);
+      }
+      // A message that fits the ring waits for room for all of it; a larger one goes in
+      // fragments of a batch or more.
       chunk = std::min(remaining, space);
-      write = chunk >= std::min(remaining, MinFragment(capacity)) && chunk > 0;
+      write = remaining + kRecordHeaderBytes > capacity && chunk > 0 &&
+              chunk >= std::min(remaining, Batch(capacity));
     }
     if (write) {
       RecordHeader header{};
@@ -124,7 +145,7 @@ int Outbound::Send(int type, const std::string& buffer, std::string& error) {
       header.length = chunk;
       const std::uint32_t next = ring.WriteRecord(head, header, buffer.data() + sent);
       producer.head.store(next, std::memory_order_release);
-      RingIfWaiting(a_.peer(), &handOff_);
+      RingIfWaiting(a_.peer(), kWaitForData);
       sent += chunk;
       published = true;
       continue;
@@ -141,10 +162,12 @@ int Outbound::Send(int type, const std::string& buffer, std::string& error) {
               std::to_string(total) + " bytes given up (" + std::to_string(sent) + " sent)";
       return GiveUp(seq, published, kQueuePeerStalled);
     }
-    if (!keepInboundMoving()) return GiveUp(seq, published, kQueueNoMemory);
-    const std::uint32_t need = kRecordHeaderBytes + std::min(remaining, MinFragment(capacity));
+    const int kept = keepInboundMoving();
+    if (kept != kQueueOk) return GiveUp(seq, published, kept);
+    const std::uint32_t need = std::min(
+        capacity, kRecordHeaderBytes + std::max(Batch(capacity), std::min(remaining, capacity)));
     WaitOnBell(
-        a_.self(), spin_, handOff_,
+        a_.self(), a_.peer(), spin_, kWaitForRoom | kWaitForData,
         [&] {
           return FreeBytes() >= need || in_.RingHasData() ||
                  a_.peer().attach.load(std::memory_order_acquire) != peerWord;

@@ -31,8 +31,6 @@ class Outbound {
   int Send(int type, const std::string& buffer, std::string& error);
   // Free bytes of the outbound ring (0 when its indices are unusable).
   std::uint32_t FreeBytes() const;
-  // Whether the next wait of this queue object hands its processor to a peer a send woke.
-  HandOff& handOff() { return handOff_; }
 
  private:
   int GiveUp(std::uint32_t seq, bool published, int result);
@@ -40,7 +38,7 @@ class Outbound {
   Attachment& a_;
   Inbound& in_;
   SpinBudget spin_;
-  HandOff handOff_;
+  std::uint32_t tailSeen_ = 0;  // the consumer's tail when we last read it
 };
 
 }  // namespace conflink::queue

@@ -1,24 +1,19 @@
-// Helpers for the queue's tests: unique queue names, child processes that are always killed and
-// reaped, shared objects that are always removed, and a pipe to pace two processes.
+// Helpers for the queue's tests: unique queue names whose shared objects are always removed,
+// message patterns, bounded receives; child processes and pacing come from child_process.h.
 #pragma once
 
 #include <fcntl.h>
-#include <poll.h>
-#include <signal.h>
 #include <sys/mman.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <string>
-#include <thread>
 
 #include <gtest/gtest.h>
 
 #include <conflink/platform/cyclic_message_queue.h>
+#include "tests/support/child_process.h"
 
 namespace conflink::testing {
 
@@ -55,78 +50,25 @@ class TestQueueName {
   std::string key_;
 };
 
-// A forked child running `body`; its result is the exit status. The child is bounded by alarm()
-// and is killed and reaped when the object goes, so a failing test leaves no process behind.
-class Child {
+// The queue a messenger opens (the messengers' key path) under a number of this test run only;
+// its object is removed when the guard goes, whatever the test's outcome. `base` keeps the
+// numbers of different tests apart.
+class MessengerQueueNumber {
  public:
-  Child(std::function<int()> body, unsigned int limitSeconds = 30) {
-    pid_ = fork();
-    if (pid_ == 0) {
-      alarm(limitSeconds);
-      int code = 99;
-      try {
-        code = body();
-      } catch (...) {
-        code = 98;
-      }
-      _exit(code);
-    }
+  explicit MessengerQueueNumber(int base)
+      : number_(base + static_cast<int>(getpid() % 100000)),
+        object_(QueueObjectName(number_, "/bin/ping")) {
+    shm_unlink(object_.c_str());
   }
-  ~Child() { Kill(); }
-  Child(const Child&) = delete;
-  Child& operator=(const Child&) = delete;
-
-  bool started() const { return pid_ > 0; }
-  pid_t pid() const { return pid_; }
-  // Waits up to `ms` for the child to end; its exit code, 128 + signal when killed, -1 when it
-  // is still running.
-  int Wait(int ms = 30000) {
-    if (pid_ <= 0) return status_;
-    for (int waited = 0;; waited += 5) {
-      int status = 0;
-      if (waitpid(pid_, &status, WNOHANG) == pid_) {
-        pid_ = 0;
-        status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-        return status_;
-      }
-      if (waited >= ms) return -1;
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-  }
-  void Kill() {
-    if (pid_ <= 0) return;
-    kill(pid_, SIGKILL);
-    Wait(60000);
-  }
+  ~MessengerQueueNumber() { shm_unlink(object_.c_str()); }
+  MessengerQueueNumber(const MessengerQueueNumber&) = delete;
+  MessengerQueueNumber& operator=(const MessengerQueueNumber&) = delete;
+  int number() const { return number_; }
+  const std::string& Object() const { return object_; }
 
  private:
-  pid_t pid_ = -1;
-  int status_ = -1;
-};
-
-// A one-way pipe to pace two processes: one side Signal()s, the other Await()s.
-class Pace {
- public:
-  Pace() {
-    if (pipe(fds_) != 0) fds_[0] = fds_[1] = -1;
-  }
-  ~Pace() {
-    for (int fd : fds_)
-      if (fd >= 0) close(fd);
-  }
-  Pace(const Pace&) = delete;
-  Pace& operator=(const Pace&) = delete;
-  void Signal(char c = 'x') { (void)!write(fds_[1], &c, 1); }
-  // The next byte signalled, or 0 after `ms` without one.
-  char Await(int ms = 10000) {
-    pollfd p{fds_[0], POLLIN, 0};
-    char c = 0;
-    if (poll(&p, 1, ms) == 1 && read(fds_[0], &c, 1) == 1) return c;
-    return 0;
-  }
-
- private:
-  int fds_[2];
+  int number_;
+  std::string object_;
 };
 
 // Deterministic content, so that both processes know what a message of a given size and seed

@@ -22,7 +22,7 @@ TEST(QueueTransfer, LargeMessagesCrossingEachOtherBothComplete) {
   TestQueueName name;
   constexpr std::size_t kSize = 4u << 20;
   Pace go;
-  Child child([&] {
+  ChildProcess child([&] {
     auto q = name.Open();
     if (!AwaitPeer(*q) || go.Await() == 0) return 1;
     std::string out = Pattern(kSize, 2);
@@ -43,7 +43,7 @@ TEST(QueueTransfer, LargeMessagesCrossingEachOtherBothComplete) {
   ASSERT_EQ(ReceiveType(*q, &in, 20000), 2);
   EXPECT_TRUE(in == Pattern(kSize, 2));
   q.reset();
-  EXPECT_EQ(child.Wait(), 0);
+  EXPECT_EQ(child.wait(), 0);
 }
 
 // Many messages of mixed sizes each way, sent and taken in interleaved bursts: every one
@@ -85,7 +85,7 @@ TEST(QueueTransfer, ManySmallMessagesBothWaysNeverStall) {
     }
     return 0;
   };
-  Child child(
+  ChildProcess child(
       [&] {
         auto q = name.Open();
         if (!AwaitPeer(*q)) return 1;
@@ -100,7 +100,7 @@ TEST(QueueTransfer, ManySmallMessagesBothWaysNeverStall) {
   const int done = 99;
   std::string none;
   EXPECT_EQ(q->Send(&done, &none), kQueueOk);
-  EXPECT_EQ(child.Wait(120000), 0);
+  EXPECT_EQ(child.wait(120000), 0);
 }
 
 // Request and answer after pauses of every length: after a long one each side wakes a sleeping
@@ -111,7 +111,7 @@ TEST(QueueTransfer, PingPongAfterPausesNeverLosesAWakeUp) {
   TestQueueName name;
   constexpr int kRounds = 400;
   constexpr int kPauseUs[] = {0, 0, 40, 150, 400, 1500};
-  Child child([&] {
+  ChildProcess child([&] {
     auto q = name.Open();
     if (!AwaitPeer(*q)) return 1;
     for (int i = 0; i < kRounds; ++i) {
@@ -136,7 +136,7 @@ TEST(QueueTransfer, PingPongAfterPausesNeverLosesAWakeUp) {
   }
   const auto elapsed = std::chrono::steady_clock::now() - start;
   EXPECT_LT(elapsed, std::chrono::seconds(4)) << "answers waited for the sleepers' timeouts";
-  EXPECT_EQ(child.Wait(), 0);
+  EXPECT_EQ(child.wait(), 0);
 }
 
 // Misuse is refused with its own code and leaves the queue working.
@@ -169,7 +169,6 @@ TEST(QueueTransfer, FreeAndPendingBytesFollowTheRing) {
   auto a = name.Open();
   auto b = name.Open();
   EXPECT_EQ(a->Capacity(), kTestCapacity);
-  EXPECT_EQ(a->QueueNumber(), name.number());
   EXPECT_EQ(a->FreeBytes(), kTestCapacity);
   std::string text(100, 'p');
   const int type = 3;
@@ -269,7 +268,7 @@ class TransferBySize : public ::testing::TestWithParam<std::size_t> {};
 TEST_P(TransferBySize, ArrivesWholeAndByteIdentical) {
   TestQueueName name;
   const std::size_t size = GetParam();
-  Child child([&] {
+  ChildProcess child([&] {
     auto q = name.Open();
     if (!q->IsConnected() || !AwaitPeer(*q)) return 1;
     for (std::uint32_t seed = 1; seed <= 2; ++seed) {
@@ -292,7 +291,7 @@ TEST_P(TransferBySize, ArrivesWholeAndByteIdentical) {
   const int done = 5;
   std::string none;
   ASSERT_EQ(q->Send(&done, &none), kQueueOk);
-  EXPECT_EQ(child.Wait(), 0);
+  EXPECT_EQ(child.wait(), 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Queue, TransferBySize,

@@ -114,8 +114,8 @@ TEST(QueueNaming, NamesFollowTheDocumentedRule) {
 
 TEST(QueueResults, EveryCodeHasItsOwnText) {
   std::set<std::string> texts;
-  for (int r = kQueueBadArgument; r <= kQueueOk; ++r) texts.insert(QueueResultText(r));
-  EXPECT_EQ(texts.size(), static_cast<std::size_t>(kQueueOk - kQueueBadArgument + 1));
+  for (int r = kQueueLowestResult; r <= kQueueOk; ++r) texts.insert(QueueResultText(r));
+  EXPECT_EQ(texts.size(), static_cast<std::size_t>(kQueueOk - kQueueLowestResult + 1));
 }
 
 TEST(QueueOpening, UnusableCapacitiesAreRefusedWithAReason) {

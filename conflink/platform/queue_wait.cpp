@@ -1,6 +1,7 @@
 #include <conflink/platform/queue_wait.h>
 
 #include <linux/futex.h>
+#include <sched.h>
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
@@ -66,6 +67,11 @@ bool SpinWorthwhile() {
   return worthwhile;
 }
 
+std::uint32_t CurrentCpuMark() {
+  const int cpu = sched_getcpu();
+  return cpu < 0 ? 0 : static_cast<std::uint32_t>(cpu) + 1;
+}
+
 void CpuRelax() {
 #if defined(__x86_64__) || defined(__i386__)
   __builtin_ia32_pause();
@@ -76,19 +82,20 @@ void CpuRelax() {
 #endif
 }
 
-void RingIfWaiting(PartyBlock& peer, HandOff* handOff) {
+void RingIfWaiting(PartyBlock& peer, std::uint32_t reason) {
   FullFence();
   std::uint32_t waiting = peer.waiting.load(std::memory_order_relaxed);
-  if (waiting == 0) return;
-  // Only a wait still announced takes the mark: one that ended meanwhile has cleared the word.
-  if (handOff != nullptr && handOff->WakingSleeper())
-    peer.waiting.compare_exchange_strong(waiting, kWaitingHandedOff, std::memory_order_relaxed);
+  // Running, waiting for something else, or rung already and not yet running.
+  if ((waiting & reason) == 0 || (waiting & kWaitRung) != 0) return;
+  if (!peer.waiting.compare_exchange_strong(waiting, waiting | kWaitRung,
+                                            std::memory_order_relaxed))
+    return;  // it woke meanwhile, or somebody else rang it
   RingAlways(peer);
 }
 
-void RingAlways(PartyBlock& peer) {
-  peer.bell.fetch_add(1, std::memory_order_release);
-  FutexWakeAll(&peer.bell);
+void RingAlways(PartyBlock& party) {
+  party.bell.fetch_add(1, std::memory_order_release);
+  FutexWakeAll(&party.bell);
 }
 
 }  // namespace conflink::queue

@@ -12,6 +12,7 @@
 
 #include <climits>
 #include <cstdint>
+#include <cstdlib>
 
 #include <conflink/platform/queue_layout.h>
 
@@ -30,24 +31,39 @@ std::int64_t MonotonicNs();
 
 // True when spinning before a sleep can pay off (more than one processor online).
 bool SpinWorthwhile();
+// One more than the processor the caller runs on (0 when the system cannot say). Cheap: no
+// system call where the C library reads it from the vDSO.
+std::uint32_t CurrentCpuMark();
 
-// How long a party spins before it sleeps, learnt from how its recent waits ended. A spin that
-// runs out and leads to a sleep shortens the next one: the peer is busy elsewhere or idle, and
-// spinning only takes a processor it may need. A spin that succeeded only late in its time
-// lengthens the next one: the peer answers, a little more slowly than the spin allowed. A spin
-// that succeeded early leaves it as it is. The time never drops below kFloorNs, which is
-// above a futex sleep and wake-up on an idle virtual machine (about 50 us; a sleeper idle for
-// milliseconds runs again 20 to 30 us after its wake-up): a party that waits for the answer of
-// a peer it just woke still catches it spinning, so after one sleep the pair is back to
-// hand-offs in well under a microsecond instead of both sleeping on every message. The floor is
-// no higher than that because a busy machine can leave both parties on one processor, where
-// the woken peer runs only once the spin gives up: then every hand-off costs the floor. One
-// budget per kind of wait of one queue object; not shared between threads.
+// A party's `waiting` word: 0 while it runs; while it sleeps, what it waits for (kWaitForData,
+// kWaitForRoom or both), plus kWaitRung once somebody rang it. A waker rings only a party that
+// waits for what it changed (a consumer that made room does not wake a party that waits for an
+// answer) and that nobody rang yet, so that later wakers skip the system call. The peer can also
+// tell a party that sleeps (nothing will come from it until it is rung) from one that was rung
+// and waits for a processor.
+constexpr std::uint32_t kWaitForData = 1;
+constexpr std::uint32_t kWaitForRoom = 2;
+constexpr std::uint32_t kWaitRung = 4;
+inline bool AsleepUnrung(std::uint32_t waiting) {
+  return waiting != 0 && (waiting & kWaitRung) == 0;
+}
+
+// How long a party spins before it sleeps. A spin pays only while the peer runs on another
+// processor; when the peer waits for a processor (a busy machine, or a peer just woken on the
+// processor of whoever woke it), every microsecond of spin delays the answer it waits for. So
+// the spin is never longer than a sleep and a wake-up cost here (kCeilingNs: a futex round trip
+// between two processes measures 3 to 13 us on the development machine), and it adapts to how
+// recent waits ended: a spin that runs out halves the next one, down to kFloorNs; one that
+// succeeded in its second half doubles it. A spin also ends as soon as it is known to be useless:
+// the peer announced that it sleeps (it cannot answer before it is rung), or the peer last ran
+// on the processor we spin on (it is preempted there, or was woken there, and runs only once we
+// stop). One budget per kind of wait of one queue
+// object; not shared between threads.
 class SpinBudget {
  public:
-  static constexpr std::int64_t kFloorNs = 64 * 1000;
-  static constexpr std::int64_t kCeilingNs = 256 * 1000;
-  static constexpr std::int64_t kStartNs = 128 * 1000;
+  static constexpr std::int64_t kFloorNs = 2 * 1000;
+  static constexpr std::int64_t kCeilingNs = 16 * 1000;
+  static constexpr std::int64_t kStartNs = 8 * 1000;
 
   std::int64_t ns() const { return ns_; }
   // The spin found its condition after `spentNs` of its budget.
@@ -61,79 +77,27 @@ class SpinBudget {
   std::int64_t ns_ = kStartNs;
 };
 
-// The value a waker leaves in a sleeper's `waiting` word when it hands the sleeper its processor
-// (see HandOff); a plain announced wait is 1.
-constexpr std::uint32_t kWaitingHandedOff = 2;
-
-// Whether a party's next wait hands its processor to a peer it has just woken, instead of
-// spinning. A peer asleep for a while is woken on the processor of whoever woke it (the other
-// processor is idle, and on a virtual machine its host may have descheduled it). A waker that
-// then spins for the answer keeps the peer it woke from running until the spin gives up: one spin
-// budget (64 us or more) per wake-up, twice per round trip. A waker that sleeps at once lets the
-// peer run on its processor within a few microseconds, as a sender on a socket does by blocking
-// in the kernel. So:
-// - A send that wakes a sleeping peer after a quiet spell (this party has not gone to sleep for
-//   kQuietNs, so the peer it wakes has been asleep for a while too) makes the next wait skip its
-//   spin, and marks the peer's `waiting` word with kWaitingHandedOff.
-// - The peer, woken with that mark, runs where we slept; when its answer wakes us, its next wait
-//   skips the spin as well, handing the processor back. The hand-back does not mark us, so the
-//   exchange does not stay a chain of sleeps.
-// In a steady exchange the peer spins and is never woken, so none of this applies; where it is
-// woken all the same without a quiet spell, spinning until the scheduler spreads the pair is no
-// worse than sleeping on every message. One per queue object, shared by its kinds of wait; not
-// shared between threads.
-class HandOff {
- public:
-  static constexpr std::int64_t kQuietNs = 128 * 1000;
-
-  // A send is about to ring a peer that announced a wait. Returns whether to mark the peer.
-  bool WakingSleeper() {
-    if (handBack_) {
-      handBack_ = false;
-      pending_ = true;
-      return false;
-    }
-    if (MonotonicNs() - sleptAtNs_ < kQuietNs) return false;
-    pending_ = true;
-    return true;
-  }
-  // Whether the wait about to start skips its spin.
-  bool pending() const { return pending_; }
-  // A wait starts: a hand-back not used by a send since the last wait has lapsed.
-  void Waiting() { handBack_ = false; }
-  // The waiting party goes to sleep in the kernel now.
-  void Sleeping() { sleptAtNs_ = MonotonicNs(); }
-  // The wait ended; `handedOff` when the peer that woke us marked us.
-  void Woken(bool handedOff) { handBack_ = handedOff; }
-  // The wait found its condition: the hand-off, if any, is done.
-  void Done() { pending_ = false; }
-
- private:
-  std::int64_t sleptAtNs_ = INT64_MIN / 2;
-  bool pending_ = false;
-  bool handBack_ = false;
-};
-
-// Spins until `ready()` holds (true) or the budget's time is spent (false), adapting the budget.
-// The clock is read only every few rounds, and not at all by a spin that ends within its first
-// microsecond or so, which is how most hand-offs between busy parties end.
+// Spins until `ready()` holds (true), the budget's time is spent or the peer sleeps (false),
+// adapting the budget. The clock is read only every few rounds, and not at all by a spin that
+// ends within its first microsecond or so, which is how most hand-offs between busy parties end.
 template <typename Ready>
-bool Spin(SpinBudget& budget, Ready& ready);
+bool Spin(SpinBudget& budget, const PartyBlock& peer, std::uint32_t mine, Ready& ready);
 
-// The caller's side of a doorbell: waits until `ready()` holds or `timeoutMs` passes. Returns
-// whether `ready()` held when it returned. `ready` reads shared words only (no system calls):
-// it runs in the spin loop. Skips the spin while `handOff` says so; a wait that returns without
-// its condition (timeout, or a ring meant for another kind of wait) leaves the hand-off pending,
-// so the next wait does not spin on the processor the woken peer needs either.
+// The caller's side of a doorbell: waits until `ready()` holds, `timeoutMs` passes, or the bell
+// is rung for another reason. Returns whether `ready()` held when it returned. `ready` reads
+// shared or local words only (no system calls): it runs in the spin loop.
+// `reasons` says what the caller waits for (kWaitForData, kWaitForRoom).
 template <typename Ready>
-bool WaitOnBell(PartyBlock& self, SpinBudget& spin, HandOff& handOff, Ready&& ready, int timeoutMs);
+bool WaitOnBell(PartyBlock& self, const PartyBlock& peer, SpinBudget& spin, std::uint32_t reasons,
+                Ready&& ready, int timeoutMs);
 
-// The other side: after publishing a change the peer may wait for, wakes it if it announced a
-// wait. Includes the full fence that pairs with the waiter's. A sender passes its HandOff, which
-// learns of the wake-up and may mark the peer.
-void RingIfWaiting(PartyBlock& peer, HandOff* handOff = nullptr);
-// Wakes the peer whether or not it announced a wait (attach, detach, abandoned message).
-void RingAlways(PartyBlock& peer);
+// The other side: after publishing a change of kind `reason` (kWaitForData: a record published;
+// kWaitForRoom: records taken), wakes the peer if it announced a wait for that and nobody rang
+// it since. Includes the full fence that pairs with the waiter's.
+void RingIfWaiting(PartyBlock& peer, std::uint32_t reason);
+// Wakes the party whether or not it announced a wait (attach, detach, abandoned message, an
+// interrupt). Only atomic operations and one system call: safe in a signal handler.
+void RingAlways(PartyBlock& party);
 
 // --- implementation of the template ---
 
@@ -154,8 +118,15 @@ inline void FullFence() {
 // Rounds of the spin between two looks at the clock (about a microsecond).
 constexpr unsigned kSpinRoundsPerClockRead = 16;
 
+// Whether the peer cannot answer while we spin on processor `mine` (see PartyBlock::cpu).
+inline bool SpinUseless(const PartyBlock& peer, std::uint32_t mine) {
+  return AsleepUnrung(peer.waiting.load(std::memory_order_relaxed)) ||
+         (mine != 0 && peer.cpu.load(std::memory_order_relaxed) == mine);
+}
+
 template <typename Ready>
-bool Spin(SpinBudget& budget, Ready& ready) {
+bool Spin(SpinBudget& budget, const PartyBlock& peer, std::uint32_t mine, Ready& ready) {
+  if (SpinUseless(peer, mine)) return false;
   std::int64_t start = -1;
   for (unsigned round = 1;; ++round) {
     CpuRelax();
@@ -165,6 +136,7 @@ bool Spin(SpinBudget& budget, Ready& ready) {
       return true;
     }
     if (round % kSpinRoundsPerClockRead == 0) {
+      if (SpinUseless(peer, mine)) return false;
       const std::int64_t now = MonotonicNs();
       if (start < 0) {
         start = now;
@@ -176,26 +148,30 @@ bool Spin(SpinBudget& budget, Ready& ready) {
   }
 }
 
+// Publishes where the party runs now, for the peer's spin (see PartyBlock::cpu); returns it.
+inline std::uint32_t NoteCpu(PartyBlock& self) {
+  const std::uint32_t mark = CurrentCpuMark();
+  if (self.cpu.load(std::memory_order_relaxed) != mark)
+    self.cpu.store(mark, std::memory_order_relaxed);
+  return mark;
+}
+
 template <typename Ready>
-bool WaitOnBell(PartyBlock& self, SpinBudget& spin, HandOff& handOff, Ready&& ready,
-                int timeoutMs) {
-  handOff.Waiting();
-  if (ready() || (SpinWorthwhile() && !handOff.pending() && Spin(spin, ready))) {
-    handOff.Done();
-    return true;
-  }
+bool WaitOnBell(PartyBlock& self, const PartyBlock& peer, SpinBudget& spin, std::uint32_t reasons,
+                Ready&& ready, int timeoutMs) {
+  if (ready()) return true;
+  if (SpinWorthwhile() && Spin(spin, peer, NoteCpu(self), ready)) return true;
   if (timeoutMs <= 0) return false;
   const std::uint32_t bell = self.bell.load(std::memory_order_acquire);
-  self.waiting.store(1, std::memory_order_relaxed);
+  self.waiting.store(reasons, std::memory_order_relaxed);
   FullFence();
   bool done = ready();
   if (!done) {
-    handOff.Sleeping();
     FutexWait(&self.bell, bell, timeoutMs);
     done = ready();
   }
-  handOff.Woken(self.waiting.exchange(0, std::memory_order_relaxed) == kWaitingHandedOff);
-  if (done) handOff.Done();
+  self.waiting.store(0, std::memory_order_relaxed);
+  NoteCpu(self);
   return done;
 }
 

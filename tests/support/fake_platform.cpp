@@ -82,8 +82,8 @@ const char* CyclicMessageQueue::LastError() {
 int CyclicMessageQueue::IsPartyOnline() {
   return Fake().peerOnline ? 1 : 0;
 }
-int CyclicMessageQueue::QueueNumber() {
-  return Fake().queueNumberSeen;
+int CyclicMessageQueue::Interrupt() {
+  return 1;
 }
 unsigned int CyclicMessageQueue::Capacity() {
   return Fake().capacitySeen;
