@@ -29,6 +29,11 @@ std::string conflink::msg::DescribeCcLinkMessage(int type, const char* data, siz
   return conflink::dispatch::describe(kCases, type, data, length);
 }
 
+std::string conflink::msg::DescribeCcLinkMessage(int type, const char* data, size_t length,
+                                                 MessageVerdict& verdict) {
+  return conflink::dispatch::describe(kCases, type, data, length, &verdict);
+}
+
 std::vector<conflink::MessageName> conflink::msg::CcLinkMessages() {
   return conflink::dispatch::catalogue(kCases);
 }

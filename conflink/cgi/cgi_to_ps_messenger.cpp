@@ -43,6 +43,11 @@ std::string conflink::msg::DescribeCgiLinkMessage(int type, const char* data, si
   return conflink::dispatch::describe(kCases, type, data, length);
 }
 
+std::string conflink::msg::DescribeCgiLinkMessage(int type, const char* data, size_t length,
+                                                  MessageVerdict& verdict) {
+  return conflink::dispatch::describe(kCases, type, data, length, &verdict);
+}
+
 std::vector<conflink::MessageName> conflink::msg::CgiLinkMessages() {
   return conflink::dispatch::catalogue(kCases);
 }

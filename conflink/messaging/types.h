@@ -36,4 +36,15 @@ struct MessageName {
   bool handled;  // false: accepted and dropped without a handler
 };
 
+// What a link's messenger would make of a buffer, as its description tells it.
+enum class MessageVerdict {
+  kMessage,        // a message of the link: its handler would run with these values
+  kQueueEvent,     // the peer attached or left
+  kDropped,        // a type the link accepts and drops unread
+  kTrailingBytes,  // handled, but bytes follow the last field
+  kUnknown,        // not a type of this link: dropped silently
+  kTooShort,       // no room for the link mark: reported through Error
+  kMalformed,      // the payload runs short of its fields: reported through Error, no handler
+};
+
 }  // namespace conflink
