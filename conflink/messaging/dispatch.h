@@ -15,9 +15,10 @@
 #include <tuple>
 #include <type_traits>
 
+#include <conflink/messaging/trace.h>
+#include <conflink/messaging/types.h>
 #include <conflink/wire/codec.h>
 #include <conflink/wire/text.h>
-#include <conflink/messaging/types.h>
 #include <conflink/wire/wire.h>
 
 namespace conflink::dispatch {
@@ -144,6 +145,13 @@ inline std::string malformed(int type, const char* name, size_t payload, const w
          std::to_string(payload) + " payload bytes): " + r.describe();
 }
 
+// Traces a report, then hands it to the messenger's Error (which a program may override).
+template <class M>
+void report(M& m, const LinkSite& site, const char* text) {
+  TraceText(site, TraceKind::kError, text);
+  m.Error(text);
+}
+
 // The body of DispatchMessage for both messengers.
 //  - a type outside the table: false, nothing reported.
 //  - 3 bytes or fewer: `Error(wrongFormat)`, true, no handler.
@@ -152,12 +160,12 @@ inline std::string malformed(int type, const char* name, size_t payload, const w
 //  - a payload that runs short of its fields: one `Error` naming the type, no handler, true.
 template <class M, size_t N>
 bool frame(M& m, const std::array<Case<M>, N>& cases, int type, const char* data, int length,
-           const char* wrongFormat) {
+           const char* wrongFormat, const LinkSite& site) {
   // A type outside the link's range is unknown whatever its length; so the queue events, which
   // carry no payload, are dropped silently as unknown types rather than reported as malformed.
   if (type < 0 || static_cast<size_t>(type) >= N) return false;
   if (length <= 3 || data == nullptr) {
-    m.Error(wrongFormat);
+    report(m, site, wrongFormat);
     return true;
   }
   const Case<M>& c = cases[static_cast<size_t>(type)];
@@ -166,7 +174,7 @@ bool frame(M& m, const std::array<Case<M>, N>& cases, int type, const char* data
   const size_t payload = static_cast<size_t>(length) - 4;
   wire::Reader r(data, payload);
   if (!c.decode(m, r, trailer(data, static_cast<size_t>(length)))) {
-    m.Error(malformed(type, c.name, payload, r).c_str());
+    report(m, site, malformed(type, c.name, payload, r).c_str());
   }
   return true;
 }

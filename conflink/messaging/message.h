@@ -55,8 +55,7 @@ struct Take<Tuple, std::index_sequence<I...>> {
   using type = std::tuple<std::tuple_element_t<I, Tuple>...>;
 };
 template <class Tuple>
-using DropLast =
-    typename Take<Tuple, std::make_index_sequence<std::tuple_size_v<Tuple> - 1>>::type;
+using DropLast = typename Take<Tuple, std::make_index_sequence<std::tuple_size_v<Tuple> - 1>>::type;
 
 // A handler's values less the link mark it may end with.
 template <class Tuple, bool = (std::tuple_size_v<Tuple> > 0)>
@@ -142,8 +141,7 @@ struct SizedBlock {
   using Received = Sent;
   template <class... V>
   static void append(std::string& out, const V&... v) {
-    appendWithBlock(out, std::forward_as_tuple(v...),
-                    std::make_index_sequence<sizeof...(V) - 2>());
+    appendWithBlock(out, std::forward_as_tuple(v...), std::make_index_sequence<sizeof...(V) - 2>());
   }
   template <class M, auto Handle>
   static constexpr dispatch::Case<M> receive(const char* name) {

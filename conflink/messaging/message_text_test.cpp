@@ -5,9 +5,9 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <map>
 #include <optional>
 #include <random>
-#include <map>
 #include <set>
 #include <string>
 #include <vector>
