@@ -21,6 +21,7 @@ echo "-- through the CMake package"
 cmake -S tests/package -B "$work/consumer" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 cmake --build "$work/consumer" >/dev/null
 "$work/consumer/consumer"
+"$work/consumer/pair_consumer"
 
 echo "-- through pkg-config"
 g++ -std=c++17 tests/package/main.cpp -o "$work/by-pkg-config" -Wl,-rpath,"$lib" \
