@@ -45,7 +45,8 @@ const char kHelp[] =
     "  HEX    the buffer as the queue carries it: the payload, then the 4-byte link mark; it may\n"
     "         be split over several arguments and contain spaces, colons and 0x prefixes\n"
     "  -      reads lines of TYPE HEX... from standard input ('#' starts a comment line)\n"
-    "  --list the link's messages: number, direction, name, payload types and handler\n"
+    "  --list the link's messages: number, name, sender and receiver, payload types and\n"
+    "         handler, as in the protocol reference\n"
     "\n"
     "Exit status: 0 every buffer is one the messenger takes (a message, a queue event or a type\n"
     "it drops on purpose); 1 some input is not a type and hex bytes, or some buffer would be\n"
@@ -181,13 +182,14 @@ int main(int argc, char** argv) {
                                 : Describe{&conflink::msg::DescribeCcLinkMessage};
 
   if (args[0] == "--list" && args.size() == 1) {
+    // The same entries as the protocol reference: type, name, route, payload, handler.
     for (const conflink::MessageName& m :
          cgi ? conflink::msg::CgiLinkMessages() : conflink::msg::CcLinkMessages()) {
-      if (m.handled) {
-        std::printf("%5d  %s\n", m.type, m.name);
-      } else {
-        std::printf("%5d  %-28s (accepted and dropped without a handler)\n", m.type, m.name);
-      }
+      const std::string route = *m.from == '\0' ? "-" : std::string(m.from) + " -> " + m.to;
+      std::printf("%5d  %-28s %-20s (%s)  %s\n", m.type, m.name, route.c_str(), m.payload.c_str(),
+                  m.handler.empty() ? "accepted and dropped, nothing sends it"
+                  : m.handled       ? m.handler.c_str()
+                                    : "accepted and dropped without a handler");
     }
     return 0;
   }

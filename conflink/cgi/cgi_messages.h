@@ -20,6 +20,16 @@ template <>
 struct Counterpart<PsToCgiInterface> {
   using type = CgiToPsInterface;
 };
+template <>
+struct Route<CgiToPsInterface> {
+  static constexpr const char* kFrom = "CGI";
+  static constexpr const char* kTo = "PS";
+};
+template <>
+struct Route<PsToCgiInterface> {
+  static constexpr const char* kFrom = "PS";
+  static constexpr const char* kTo = "CGI";
+};
 
 // The web front end's administration requests to the server.
 namespace cgi_to_ps {

@@ -32,11 +32,21 @@ using Decoder = bool (*)(M& m, wire::Reader& r, PSProtocolType link);
 // and tools; false when the payload did not decode (the reader then says why).
 using Renderer = bool (*)(wire::Reader& r, std::string& out);
 
+// What the protocol reference says of a message, taken from its declaration (message.h).
+struct MessageDoc {
+  const char* from = "";  // the sending role: "CC", "CGI", "CC or CGI" or "PS"
+  const char* to = "";
+  std::string payload;  // the wire types of the fields in order, e.g. "u64, ConfIDString, u64"
+  std::string handler;  // the receiving interface and handler, e.g. "PsToBothInterface::OnDialOut"
+};
+using Documenter = void (*)(MessageDoc& doc, const char* name);
+
 template <class M>
 struct Case {
   const char* name = nullptr;   // null: no case for this type
   Decoder<M> decode = nullptr;  // null with a name: accepted and dropped on purpose
   Renderer render = nullptr;    // set whenever decode is
+  Documenter doc = nullptr;     // set for every declared message
 };
 
 template <class M>

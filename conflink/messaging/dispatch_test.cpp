@@ -285,6 +285,13 @@ struct ThingSender {
     return 0;
   }
 };
+}  // namespace
+template <>
+struct conflink::msg::Route<ThingSender> {
+  static constexpr const char* kFrom = "probe";
+  static constexpr const char* kTo = "probe";
+};
+namespace {
 inline constexpr conflink::msg::Message<5, &ThingSender::Thing, &FrameProbe::OnThing> kThing{
     "Thing"};
 constexpr auto kProbeCases =

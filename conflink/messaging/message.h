@@ -32,6 +32,7 @@
 #include <utility>
 
 #include <conflink/messaging/dispatch.h>
+#include <conflink/messaging/message_doc.h>
 #include <conflink/messaging/types.h>
 #include <conflink/wire/codec.h>
 #include <conflink/wire/text.h>
@@ -85,6 +86,10 @@ namespace form {
 struct Arguments {
   template <class Sent>
   using Received = Sent;
+  template <class Sent>
+  static std::string payload() {
+    return detail::wireNames<Sent>();
+  }
   template <class... V>
   static void append(std::string& out, const V&... v) {
     wire::append(out, 4, v...);
@@ -100,6 +105,10 @@ struct Arguments {
 struct Empty {
   template <class Sent>
   using Received = Sent;
+  template <class Sent>
+  static std::string payload() {
+    return "";
+  }
   template <class... V>
   static void append(std::string& out, const V&...) {
     out.reserve(4);
@@ -115,6 +124,10 @@ struct Empty {
 struct LastNotSent {
   template <class Sent>
   using Received = detail::DropLast<Sent>;
+  template <class Sent>
+  static std::string payload() {
+    return detail::wireNames<detail::DropLast<Sent>>();
+  }
   template <class... V>
   static void append(std::string& out, const V&... v) {
     appendAllButLast(out, std::forward_as_tuple(v...),
@@ -139,6 +152,11 @@ struct LastNotSent {
 struct SizedBlock {
   template <class Sent>
   using Received = Sent;
+  template <class Sent>
+  static std::string payload() {
+    const std::string leading = detail::wireNames<detail::DropLast<detail::DropLast<Sent>>>();
+    return leading + (leading.empty() ? "" : ", ") + "u32 n, bytes(n)";
+  }
   template <class... V>
   static void append(std::string& out, const V&... v) {
     appendWithBlock(out, std::forward_as_tuple(v...), std::make_index_sequence<sizeof...(V) - 2>());
@@ -235,10 +253,23 @@ int send(M& m, const Message<Type, Send, Handle, Form>&, const A&... args) {
   return m.SendMessage(&type, &buffer);
 }
 
-// The receiving table's entry for a declared message.
+// The protocol reference's entry for a declared message. Handlers are named "On" and the
+// message's name.
+template <class Declared>
+void document(dispatch::MessageDoc& doc, const char* name) {
+  using Sender = typename Declared::Sender;
+  doc.from = Route<typename Sender::Class>::kFrom;
+  doc.to = Route<typename Sender::Class>::kTo;
+  doc.payload = Declared::Travel::template payload<typename Sender::Values>();
+  doc.handler = TypeNameOf(typeid(typename Declared::Handler::Class)) + "::On" + name;
+}
+
+// The receiving table's entry for a declared message, with its reference entry.
 template <class M, int Type, auto Send, auto Handle, class Form>
 constexpr dispatch::Entry<M> on(const Message<Type, Send, Handle, Form>& message) {
-  return {Type, Form::template receive<M, Handle>(message.name)};
+  dispatch::Case<M> c = Form::template receive<M, Handle>(message.name);
+  c.doc = &document<Message<Type, Send, Handle, Form>>;
+  return {Type, c};
 }
 
 }  // namespace conflink::msg

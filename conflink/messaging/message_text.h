@@ -6,6 +6,7 @@
 #include <array>
 #include <cstddef>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <conflink/messaging/dispatch.h>
@@ -69,9 +70,20 @@ template <class M, size_t N>
 std::vector<MessageName> catalogue(const std::array<Case<M>, N>& cases) {
   std::vector<MessageName> names;
   for (size_t t = 0; t < N; ++t) {
-    if (cases[t].name != nullptr) {
-      names.push_back({static_cast<int>(t), cases[t].name, cases[t].decode != nullptr});
+    if (cases[t].name == nullptr) continue;
+    MessageName entry{};
+    entry.type = static_cast<int>(t);
+    entry.name = cases[t].name;
+    entry.handled = cases[t].decode != nullptr;
+    if (cases[t].doc != nullptr) {
+      MessageDoc doc;
+      cases[t].doc(doc, cases[t].name);
+      entry.from = doc.from;
+      entry.to = doc.to;
+      entry.payload = std::move(doc.payload);
+      entry.handler = std::move(doc.handler);
     }
+    names.push_back(std::move(entry));
   }
   return names;
 }

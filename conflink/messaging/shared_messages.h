@@ -18,6 +18,16 @@ template <>
 struct Counterpart<PsToBothInterface> {
   using type = BothToPsInterface;
 };
+template <>
+struct Route<BothToPsInterface> {
+  static constexpr const char* kFrom = "CC or CGI";
+  static constexpr const char* kTo = "PS";
+};
+template <>
+struct Route<PsToBothInterface> {
+  static constexpr const char* kFrom = "PS";
+  static constexpr const char* kTo = "CC or CGI";
+};
 
 // Requests of either client (call control or the web front end) to the server.
 namespace both_to_ps {

@@ -2,6 +2,8 @@
 // library neither defines nor checks their values, so any int round-trips.
 #pragma once
 
+#include <string>
+
 // Message type number; travels beside the buffer, not inside it.
 typedef int MessageType;
 
@@ -29,11 +31,16 @@ namespace conflink {
 constexpr PSProtocolType kCcLinkMark = static_cast<PSProtocolType>(0);
 constexpr PSProtocolType kCgiLinkMark = static_cast<PSProtocolType>(2);
 
-// One entry of a link's catalogue of the messages its messenger receives.
+// One entry of a link's catalogue of the messages its messenger receives, with what the protocol
+// reference says of it (empty for a type that nothing sends).
 struct MessageName {
   int type;
   const char* name;
   bool handled;  // false: accepted and dropped without a handler
+  const char* from = "";
+  const char* to = "";
+  std::string payload;  // wire types in order ("" for an empty payload)
+  std::string handler;
 };
 
 // What a link's messenger would make of a buffer, as its description tells it.

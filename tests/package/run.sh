@@ -48,4 +48,5 @@ g++ -std=c++17 "$work/only.cpp" -o "$work/conflink-only" -I"$prefix/include" \
 echo "-- the installed tools"
 "$prefix/bin/conflink_decode" --link cgi 3 0000000000000001 00000002 3432 0000000000000007 00000002
 "$prefix/bin/conflink_queue" --help >/dev/null
+grep -q '^| 278 | PS | CC or CGI | SendConferenceParam |' "$prefix/share/doc/conflink/protocol.md"
 echo "package test passed"
