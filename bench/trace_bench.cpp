@@ -3,6 +3,7 @@
 // with no tracing hook at all. Prints nanoseconds per message, the median of several rounds.
 //
 //   trace_bench [--quick]
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -136,6 +137,12 @@ int main(int argc, char** argv) {
   for (int m = 0; m < 3; ++m) {
     std::printf("%-22s %17.1f (%4.2fx) %21.1f (%4.2fx)\n", modeName(modes[m]), result[m][0],
                 result[m][0] / result[0][0], result[m][1], result[m][1] / result[0][1]);
+  }
+  // Both parties of each queue are this process: leave, then remove what a party's departure left
+  // queued for the other.
+  for (Bench* b : {&hookedSender, &hookedReceiver, &plainSender, &plainReceiver}) b->Disconnect();
+  for (int q : {queueNumber, queueNumber + 1}) {
+    shm_unlink(conflink::QueueObjectName(q, "/bin/ping").c_str());
   }
   const unsigned long long expected =
       static_cast<unsigned long long>(trips) * static_cast<unsigned long long>(rounds);
