@@ -12,23 +12,20 @@ namespace conflink::msg {
 template <>
 struct Counterpart<CcToPsInterface> {
   using type = PsToCcInterface;
-};
-template <>
-struct Counterpart<PsToCcInterface> {
-  using type = CcToPsInterface;
-};
-template <>
-struct Route<CcToPsInterface> {
   static constexpr const char* kFrom = "CC";
   static constexpr const char* kTo = "PS";
 };
 template <>
-struct Route<PsToCcInterface> {
+struct Counterpart<PsToCcInterface> {
+  using type = CcToPsInterface;
   static constexpr const char* kFrom = "PS";
   static constexpr const char* kTo = "CC";
 };
+
+// The messenger's own three-argument ReportError (263) reaches call control's handler.
 template <>
-struct Route<CCToPSMessenger> {
+struct Counterpart<CCToPSMessenger> {
+  using type = CcToPsInterface;
   static constexpr const char* kFrom = "PS";
   static constexpr const char* kTo = "CC";
 };

@@ -15,18 +15,12 @@ namespace conflink::msg {
 template <>
 struct Counterpart<CgiToPsInterface> {
   using type = PsToCgiInterface;
-};
-template <>
-struct Counterpart<PsToCgiInterface> {
-  using type = CgiToPsInterface;
-};
-template <>
-struct Route<CgiToPsInterface> {
   static constexpr const char* kFrom = "CGI";
   static constexpr const char* kTo = "PS";
 };
 template <>
-struct Route<PsToCgiInterface> {
+struct Counterpart<PsToCgiInterface> {
+  using type = CgiToPsInterface;
   static constexpr const char* kFrom = "PS";
   static constexpr const char* kTo = "CGI";
 };

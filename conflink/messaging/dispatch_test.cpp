@@ -287,7 +287,8 @@ struct ThingSender {
 };
 }  // namespace
 template <>
-struct conflink::msg::Route<ThingSender> {
+struct conflink::msg::Counterpart<ThingSender> {
+  using type = void;
   static constexpr const char* kFrom = "probe";
   static constexpr const char* kTo = "probe";
 };

@@ -70,9 +70,10 @@ struct WithoutMark<Tuple, true> {
 };
 }  // namespace detail
 
-// Which interface's handlers receive what an interface's operations send. Each role interface
-// names its counterpart beside its declaration; classes that name none (test probes) are not
-// checked.
+// Which interface's handlers receive what an interface's operations send, and the roles at the
+// two ends (kFrom, kTo) for the protocol reference. Each role interface names its counterpart
+// beside its declaration; a sender that names none has its handler's class left unchecked and
+// cannot be documented, so its messages do not compile into a receiving table.
 template <class Sender>
 struct Counterpart {
   using type = void;
@@ -258,8 +259,8 @@ int send(M& m, const Message<Type, Send, Handle, Form>&, const A&... args) {
 template <class Declared>
 void document(dispatch::MessageDoc& doc, const char* name) {
   using Sender = typename Declared::Sender;
-  doc.from = Route<typename Sender::Class>::kFrom;
-  doc.to = Route<typename Sender::Class>::kTo;
+  doc.from = Counterpart<typename Sender::Class>::kFrom;
+  doc.to = Counterpart<typename Sender::Class>::kTo;
   doc.payload = Declared::Travel::template payload<typename Sender::Values>();
   doc.handler = TypeNameOf(typeid(typename Declared::Handler::Class)) + "::On" + name;
 }

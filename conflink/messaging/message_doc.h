@@ -14,11 +14,6 @@
 
 namespace conflink::msg {
 
-// The roles at the two ends of what an interface's operations send. Each role interface names
-// its route beside its declaration; a message whose sender has none does not compile.
-template <class Sender>
-struct Route;
-
 // The readable name of a type, from the compiler's own (e.g. "ConfIDString").
 std::string TypeNameOf(const std::type_info& type);
 

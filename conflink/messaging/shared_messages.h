@@ -13,18 +13,12 @@ namespace conflink::msg {
 template <>
 struct Counterpart<BothToPsInterface> {
   using type = PsToBothInterface;
-};
-template <>
-struct Counterpart<PsToBothInterface> {
-  using type = BothToPsInterface;
-};
-template <>
-struct Route<BothToPsInterface> {
   static constexpr const char* kFrom = "CC or CGI";
   static constexpr const char* kTo = "PS";
 };
 template <>
-struct Route<PsToBothInterface> {
+struct Counterpart<PsToBothInterface> {
+  using type = BothToPsInterface;
   static constexpr const char* kFrom = "PS";
   static constexpr const char* kTo = "CC or CGI";
 };
