@@ -5,7 +5,8 @@ include(CMakePackageConfigHelpers)
 install(DIRECTORY conflink/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/conflink
         FILES_MATCHING PATTERN "*.h" PATTERN "testing" EXCLUDE PATTERN "*test*" EXCLUDE
         PATTERN "queue_*.h" EXCLUDE)
-install(TARGETS conflink conflink_platform EXPORT conflinkTargets
+install(FILES conflink/testing/link_pair.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/conflink/testing)
+install(TARGETS conflink conflink_platform conflink_testing EXPORT conflinkTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
@@ -25,3 +26,13 @@ file(RELATIVE_PATH CONFLINK_PC_TO_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig 
 configure_file(cmake/conflink.pc.in ${CMAKE_CURRENT_BINARY_DIR}/conflink.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/conflink.pc
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# Installed libraries and programs find the libraries beside them wherever the prefix is put or
+# moved, with no LD_LIBRARY_PATH: a library looks in its own directory (so libconflink finds
+# libconflink_platform), a program in the library directory next to its own.
+set_target_properties(conflink conflink_testing PROPERTIES INSTALL_RPATH "$ORIGIN")
+foreach(tool conflink_queue conflink_decode)
+  if(TARGET ${tool})
+    set_target_properties(${tool} PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+  endif()
+endforeach()

@@ -45,7 +45,14 @@ const char kHelp[] =
     "\n"
     "A queue is named by its object name as `list` shows it (the leading '/' may be left out,\n"
     "or given as a path under /dev/shm), or by its queue number and key path, e.g. `7 /bin/ping`.\n"
-    "Inspecting never attaches to the queue and writes nothing to it.\n";
+    "Inspecting never attaches to the queue and writes nothing to it.\n"
+    "\n"
+    "Exit status: 0 done; 1 the operation failed (no such queue, a removal refused while a\n"
+    "live party holds the queue, a damaged object), with the reason on standard error;\n"
+    "2 bad usage.\n"
+    "\n"
+    "  $ conflink_queue inspect 7 /bin/ping\n"
+    "  $ conflink_queue remove 7 /bin/ping\n";
 
 int Usage(const std::string& problem) {
   std::fprintf(stderr, "conflink_queue: %s\n%s", problem.c_str(), kUsage);
@@ -254,7 +261,10 @@ int main(int argc, char** argv) {
   if (args.empty()) return Usage("no command given");
   const std::string& command = args[0];
   const std::vector<std::string> operands(args.begin() + 1, args.end());
-  if (command == "--help" || command == "-h" || command == "help") {
+  const bool help = command == "help" || std::any_of(args.begin(), args.end(), [](const auto& a) {
+                      return a == "--help" || a == "-h";
+                    });
+  if (help) {
     std::printf("%s%s", kUsage, kHelp);
     return 0;
   }

@@ -16,6 +16,9 @@ constexpr int kCcLinkLastType = 288;
 // line of text: the message's name and its arguments as the receiving messenger decodes them,
 // or why it would not be handled.
 std::string DescribeCcLinkMessage(int type, const char* data, size_t length);
+// The same, also telling what the messenger would make of it.
+std::string DescribeCcLinkMessage(int type, const char* data, size_t length,
+                                  MessageVerdict& verdict);
 // The messages this link's messenger receives, in type order.
 std::vector<MessageName> CcLinkMessages();
 

@@ -12,10 +12,22 @@ namespace conflink::msg {
 template <>
 struct Counterpart<CcToPsInterface> {
   using type = PsToCcInterface;
+  static constexpr const char* kFrom = "CC";
+  static constexpr const char* kTo = "PS";
 };
 template <>
 struct Counterpart<PsToCcInterface> {
   using type = CcToPsInterface;
+  static constexpr const char* kFrom = "PS";
+  static constexpr const char* kTo = "CC";
+};
+
+// The messenger's own three-argument ReportError (263) reaches call control's handler.
+template <>
+struct Counterpart<CCToPSMessenger> {
+  using type = CcToPsInterface;
+  static constexpr const char* kFrom = "PS";
+  static constexpr const char* kTo = "CC";
 };
 
 // Call control to the server.
@@ -30,8 +42,8 @@ inline constexpr Message<8, &C::ParticipantLeft, &P::OnParticipantLeft> kPartici
     "ParticipantLeft"};
 inline constexpr Message<9, &C::HoldParticipant, &P::OnHoldParticipant> kHoldParticipant{
     "HoldParticipant"};
-inline constexpr Message<10, &C::ForwardParticipant, &P::OnForwardParticipant>
-    kForwardParticipant{"ForwardParticipant"};
+inline constexpr Message<10, &C::ForwardParticipant, &P::OnForwardParticipant> kForwardParticipant{
+    "ForwardParticipant"};
 inline constexpr Message<11, &C::GetEndpointTopology, &P::OnGetEndpointTopology>
     kGetEndpointTopology{"GetEndpointTopology"};
 inline constexpr Message<20, &C::RecordingTerminated, &P::OnRecordingTerminated>
@@ -51,8 +63,8 @@ inline constexpr Message<128, &P::AddParticipant, &C::OnAddParticipant> kAddPart
     "AddParticipant"};
 inline constexpr Message<129, &P::UpdateUserInfo, &C::OnUpdateUserInfo> kUpdateUserInfo{
     "UpdateUserInfo"};
-inline constexpr Message<130, &P::RemoveParticipant, &C::OnRemoveParticipant>
-    kRemoveParticipant{"RemoveParticipant"};
+inline constexpr Message<130, &P::RemoveParticipant, &C::OnRemoveParticipant> kRemoveParticipant{
+    "RemoveParticipant"};
 inline constexpr Message<131, &P::SetupConference, &C::OnSetupConference> kSetupConference{
     "SetupConference"};
 inline constexpr Message<132, &P::CloseConference, &C::OnCloseConference> kCloseConference{
@@ -75,8 +87,7 @@ inline constexpr Message<140, &P::ResumeRecording, &C::OnResumeRecording> kResum
     "ResumeRecording"};
 inline constexpr Message<141, &P::ModifyConferenceMedia, &C::OnModifyConferenceMedia>
     kModifyConferenceMedia{"ModifyConferenceMedia"};
-inline constexpr Message<142, &P::ModifyParticipantMedia, &C::OnModifyParticipantMedia,
-                         form::Empty>
+inline constexpr Message<142, &P::ModifyParticipantMedia, &C::OnModifyParticipantMedia, form::Empty>
     kModifyParticipantMedia{"ModifyParticipantMedia"};
 inline constexpr Message<143, &P::SetSpeaker, &C::OnSetSpeaker> kSetSpeaker{"SetSpeaker"};
 inline constexpr Message<144, &P::RegisterConfID, &C::OnRegisterConfID> kRegisterConfID{
@@ -90,17 +101,17 @@ inline constexpr Message<148, &P::RemoveScenario, &C::OnRemoveScenario> kRemoveS
     "RemoveScenario"};
 inline constexpr Message<256, &P::JoinAccept, &C::OnJoinAccept> kJoinAccept{"JoinAccept"};
 inline constexpr Message<257, &P::JoinReject, &C::OnJoinReject> kJoinReject{"JoinReject"};
-inline constexpr Message<288, &P::ActivateAttendant, &C::OnActivateAttendant>
-    kActivateAttendant{"ActivateAttendant"};
+inline constexpr Message<288, &P::ActivateAttendant, &C::OnActivateAttendant> kActivateAttendant{
+    "ActivateAttendant"};
 inline constexpr Message<264, &P::SendEndpointTopology, &C::OnSendEndpointTopology>
     kSendEndpointTopology{"SendEndpointTopology"};
 // The messenger's own three-argument ReportError: its flag is accepted and not sent, and the
 // report reaches the same handler as 113.
-inline constexpr Message<263,
-                         static_cast<int (CCToPSMessenger::*)(const unsigned long long&,
-                                                              ConfServError, bool)>(
-                             &CCToPSMessenger::ReportError),
-                         &C::OnReportError, form::LastNotSent>
+inline constexpr Message<
+    263,
+    static_cast<int (CCToPSMessenger::*)(const unsigned long long&, ConfServError, bool)>(
+        &CCToPSMessenger::ReportError),
+    &C::OnReportError, form::LastNotSent>
     kReportError{"ReportError"};
 }  // namespace ps_to_cc
 

@@ -23,10 +23,20 @@ constexpr auto kCases =
         conflink::msg::ccLinkEntries<CCToPSMessenger>(),
         conflink::msg::sharedEntries<CCToPSMessenger>());
 
+// Where this messenger's traced events happen.
+conflink::LinkSite site(int queueNumber) {
+  return {"cc", queueNumber, &conflink::msg::DescribeCcLinkMessage};
+}
+
 }  // namespace
 
 std::string conflink::msg::DescribeCcLinkMessage(int type, const char* data, size_t length) {
   return conflink::dispatch::describe(kCases, type, data, length);
+}
+
+std::string conflink::msg::DescribeCcLinkMessage(int type, const char* data, size_t length,
+                                                 MessageVerdict& verdict) {
+  return conflink::dispatch::describe(kCases, type, data, length, &verdict);
 }
 
 std::vector<conflink::MessageName> conflink::msg::CcLinkMessages() {
@@ -223,13 +233,15 @@ void CCToPSMessenger::PSPeerDisConnected() {}
 int CCToPSMessenger::WaitForMessageAndDispatch() {
   int type = 0;
   if (queue() == nullptr || queue()->Receive(&type, &received_) <= 0) return 1;
+  conflink::TraceMessage(site(queueNumber()), conflink::TraceKind::kReceived, type,
+                         received_.data(), received_.size());
   // Queue events are not filtered here: they reach DispatchMessage as unknown types.
   DispatchMessage(&type, received_.c_str(), static_cast<int>(received_.size()));
   return 0;
 }
 
 bool CCToPSMessenger::ProcessMessageFromQueue(int maxCount) {
-  return conflink::takeWaiting([this] { return queue(); }, received_, maxCount,
+  return conflink::takeWaiting([this] { return queue(); }, received_, maxCount, site(queueNumber()),
                                [this](int type) {
                                  if (type == conflink::kQueueEventPeerConnected) {
                                    PeerConnected();
@@ -243,13 +255,14 @@ bool CCToPSMessenger::ProcessMessageFromQueue(int maxCount) {
 }
 
 int CCToPSMessenger::SendMessage(const int* type, std::string* buffer) {
-  return conflink::sendWithTrailer(queue(), mark_, type, buffer);
+  return conflink::sendWithTrailer(queue(), mark_, type, buffer, site(queueNumber()));
 }
 
 bool CCToPSMessenger::DispatchMessage(const int* type, const char* data, int length) {
   return conflink::dispatch::frame(
       *this, kCases, *type, data, length,
-      "Wrong message format! Sender doesn't belong to CCToPSMessenger's hierarchy!");
+      "Wrong message format! Sender doesn't belong to CCToPSMessenger's hierarchy!",
+      site(queueNumber()));
 }
 
 void CCToPSMessenger::Error(const char* text) {

@@ -15,10 +15,14 @@ namespace conflink::msg {
 template <>
 struct Counterpart<CgiToPsInterface> {
   using type = PsToCgiInterface;
+  static constexpr const char* kFrom = "CGI";
+  static constexpr const char* kTo = "PS";
 };
 template <>
 struct Counterpart<PsToCgiInterface> {
   using type = CgiToPsInterface;
+  static constexpr const char* kFrom = "PS";
+  static constexpr const char* kTo = "CGI";
 };
 
 // The web front end's administration requests to the server.

@@ -37,10 +37,20 @@ constexpr auto kCases = conflink::dispatch::table<M, msg::kCgiLinkLastType + 1>(
 constexpr int kPollTries = 20;
 constexpr unsigned long kPollPauseMs = 250;
 
+// Where this messenger's traced events happen.
+conflink::LinkSite site(int queueNumber) {
+  return {"cgi", queueNumber, &conflink::msg::DescribeCgiLinkMessage};
+}
+
 }  // namespace
 
 std::string conflink::msg::DescribeCgiLinkMessage(int type, const char* data, size_t length) {
   return conflink::dispatch::describe(kCases, type, data, length);
+}
+
+std::string conflink::msg::DescribeCgiLinkMessage(int type, const char* data, size_t length,
+                                                  MessageVerdict& verdict) {
+  return conflink::dispatch::describe(kCases, type, data, length, &verdict);
 }
 
 std::vector<conflink::MessageName> conflink::msg::CgiLinkMessages() {
@@ -408,28 +418,34 @@ void CGIToPSMessenger::PeerConnected() {}
 void CGIToPSMessenger::PeerDisconnected() {}
 
 int CGIToPSMessenger::WaitForMessageAndDispatch() {
+  // What the poll says in the system log goes to the trace too.
+  auto note = [this](const char* text) {
+    conflink::TraceText(site(queueNumber()), conflink::TraceKind::kNote, text);
+    conflink::logInfo(text);
+  };
   int type = 0;
   if (queue() != nullptr) {
     for (int i = 0; i < kPollTries; ++i) {
       if (queue()->PeekMessage(&type, &received_) > 0) {
+        conflink::TraceMessage(site(queueNumber()), conflink::TraceKind::kReceived, type,
+                               received_.data(), received_.size());
         DispatchMessage(&type, received_.c_str(), static_cast<int>(received_.size()));
         return 0;
       }
       Thread::Sleep(kPollPauseMs);
     }
     if (queue()->IsPartyOnline() != 0) {
-      conflink::logInfo("WaitForMessageAndDispatch timed out waiting for party to answer.");
+      note("WaitForMessageAndDispatch timed out waiting for party to answer.");
       return 2;
     }
   }
-  conflink::logInfo(
-      "PeekMessage() failed in WaitForMessageAndDispatch and IsPartyOnline is false.");
+  note("PeekMessage() failed in WaitForMessageAndDispatch and IsPartyOnline is false.");
   return 1;
 }
 
 bool CGIToPSMessenger::ProcessMessageFromQueue(int maxCount) {
   // Queue events included: every type goes to DispatchMessage, which does not know them.
-  return conflink::takeWaiting([this] { return queue(); }, received_, maxCount,
+  return conflink::takeWaiting([this] { return queue(); }, received_, maxCount, site(queueNumber()),
                                [this](int type) {
                                  DispatchMessage(&type, received_.c_str(),
                                                  static_cast<int>(received_.size()));
@@ -437,13 +453,14 @@ bool CGIToPSMessenger::ProcessMessageFromQueue(int maxCount) {
 }
 
 int CGIToPSMessenger::SendMessage(const int* type, std::string* buffer) {
-  return conflink::sendWithTrailer(queue(), mark_, type, buffer);
+  return conflink::sendWithTrailer(queue(), mark_, type, buffer, site(queueNumber()));
 }
 
 bool CGIToPSMessenger::DispatchMessage(const int* type, const char* data, int length) {
   return conflink::dispatch::frame(
       *this, kCases, *type, data, length,
-      "Wrong message format! Sender doesn't belong to CGIToPSMessenger's hierarchy!");
+      "Wrong message format! Sender doesn't belong to CGIToPSMessenger's hierarchy!",
+      site(queueNumber()));
 }
 
 void CGIToPSMessenger::Error(const char* text) {

@@ -15,9 +15,10 @@
 #include <tuple>
 #include <type_traits>
 
+#include <conflink/messaging/trace.h>
+#include <conflink/messaging/types.h>
 #include <conflink/wire/codec.h>
 #include <conflink/wire/text.h>
-#include <conflink/messaging/types.h>
 #include <conflink/wire/wire.h>
 
 namespace conflink::dispatch {
@@ -31,11 +32,21 @@ using Decoder = bool (*)(M& m, wire::Reader& r, PSProtocolType link);
 // and tools; false when the payload did not decode (the reader then says why).
 using Renderer = bool (*)(wire::Reader& r, std::string& out);
 
+// What the protocol reference says of a message, taken from its declaration (message.h).
+struct MessageDoc {
+  const char* from = "";  // the sending role: "CC", "CGI", "CC or CGI" or "PS"
+  const char* to = "";
+  std::string payload;  // the wire types of the fields in order, e.g. "u64, ConfIDString, u64"
+  std::string handler;  // the receiving interface and handler, e.g. "PsToBothInterface::OnDialOut"
+};
+using Documenter = void (*)(MessageDoc& doc, const char* name);
+
 template <class M>
 struct Case {
   const char* name = nullptr;   // null: no case for this type
   Decoder<M> decode = nullptr;  // null with a name: accepted and dropped on purpose
   Renderer render = nullptr;    // set whenever decode is
+  Documenter doc = nullptr;     // set for every declared message
 };
 
 template <class M>
@@ -144,6 +155,13 @@ inline std::string malformed(int type, const char* name, size_t payload, const w
          std::to_string(payload) + " payload bytes): " + r.describe();
 }
 
+// Traces a report, then hands it to the messenger's Error (which a program may override).
+template <class M>
+void report(M& m, const LinkSite& site, const char* text) {
+  TraceText(site, TraceKind::kError, text);
+  m.Error(text);
+}
+
 // The body of DispatchMessage for both messengers.
 //  - a type outside the table: false, nothing reported.
 //  - 3 bytes or fewer: `Error(wrongFormat)`, true, no handler.
@@ -152,12 +170,12 @@ inline std::string malformed(int type, const char* name, size_t payload, const w
 //  - a payload that runs short of its fields: one `Error` naming the type, no handler, true.
 template <class M, size_t N>
 bool frame(M& m, const std::array<Case<M>, N>& cases, int type, const char* data, int length,
-           const char* wrongFormat) {
+           const char* wrongFormat, const LinkSite& site) {
   // A type outside the link's range is unknown whatever its length; so the queue events, which
   // carry no payload, are dropped silently as unknown types rather than reported as malformed.
   if (type < 0 || static_cast<size_t>(type) >= N) return false;
   if (length <= 3 || data == nullptr) {
-    m.Error(wrongFormat);
+    report(m, site, wrongFormat);
     return true;
   }
   const Case<M>& c = cases[static_cast<size_t>(type)];
@@ -166,7 +184,7 @@ bool frame(M& m, const std::array<Case<M>, N>& cases, int type, const char* data
   const size_t payload = static_cast<size_t>(length) - 4;
   wire::Reader r(data, payload);
   if (!c.decode(m, r, trailer(data, static_cast<size_t>(length)))) {
-    m.Error(malformed(type, c.name, payload, r).c_str());
+    report(m, site, malformed(type, c.name, payload, r).c_str());
   }
   return true;
 }

@@ -285,10 +285,23 @@ struct ThingSender {
     return 0;
   }
 };
+}  // namespace
+template <>
+struct conflink::msg::Counterpart<ThingSender> {
+  using type = void;
+  static constexpr const char* kFrom = "probe";
+  static constexpr const char* kTo = "probe";
+};
+namespace {
 inline constexpr conflink::msg::Message<5, &ThingSender::Thing, &FrameProbe::OnThing> kThing{
     "Thing"};
-constexpr auto kProbeCases = conflink::dispatch::table<FrameProbe, 8>(
-    std::array{conflink::msg::on<FrameProbe>(kThing)});
+constexpr auto kProbeCases =
+    conflink::dispatch::table<FrameProbe, 8>(std::array{conflink::msg::on<FrameProbe>(kThing)});
+
+std::string describeNothing(int, const char*, size_t) {
+  return "";
+}
+const conflink::LinkSite kProbeSite{"probe", 0, &describeNothing};
 
 TEST_F(DispatchTest, FrameDecodesArgumentsInOrderAndPassesTheMark) {
   std::string payload;
@@ -296,7 +309,7 @@ TEST_F(DispatchTest, FrameDecodesArgumentsInOrderAndPassesTheMark) {
                          true, 2);
   FrameProbe p;
   EXPECT_TRUE(conflink::dispatch::frame(p, kProbeCases, 5, payload.data(),
-                                        static_cast<int>(payload.size()), "short"));
+                                        static_cast<int>(payload.size()), "short", kProbeSite));
   EXPECT_EQ(p.calls, std::vector<std::string>{"9 conf [a;b;] true 2"});
   EXPECT_TRUE(p.errors.empty());
 }
@@ -309,7 +322,7 @@ TEST_F(DispatchTest, FrameRefusesEveryTruncationOfAValidPayloadWithOneError) {
     std::string buffer = payload.substr(0, cut) + trailer(0);
     FrameProbe p;
     EXPECT_TRUE(conflink::dispatch::frame(p, kProbeCases, 5, buffer.data(),
-                                          static_cast<int>(buffer.size()), "short"));
+                                          static_cast<int>(buffer.size()), "short", kProbeSite));
     EXPECT_TRUE(p.calls.empty()) << cut;
     ASSERT_EQ(p.errors.size(), 1u) << cut;
     EXPECT_EQ(p.errors[0].rfind(
@@ -327,7 +340,7 @@ TEST_F(DispatchTest, FrameRefusesClaimedLengthsBeyondThePayload) {
   for (const std::string& buffer : {hugeString, hugeList}) {
     FrameProbe p;
     EXPECT_TRUE(conflink::dispatch::frame(p, kProbeCases, 5, buffer.data(),
-                                          static_cast<int>(buffer.size()), "short"));
+                                          static_cast<int>(buffer.size()), "short", kProbeSite));
     EXPECT_TRUE(p.calls.empty());
     ASSERT_EQ(p.errors.size(), 1u);
     EXPECT_NE(p.errors[0].find("left"), std::string::npos) << p.errors[0];

@@ -32,6 +32,7 @@
 #include <utility>
 
 #include <conflink/messaging/dispatch.h>
+#include <conflink/messaging/message_doc.h>
 #include <conflink/messaging/types.h>
 #include <conflink/wire/codec.h>
 #include <conflink/wire/text.h>
@@ -55,8 +56,7 @@ struct Take<Tuple, std::index_sequence<I...>> {
   using type = std::tuple<std::tuple_element_t<I, Tuple>...>;
 };
 template <class Tuple>
-using DropLast =
-    typename Take<Tuple, std::make_index_sequence<std::tuple_size_v<Tuple> - 1>>::type;
+using DropLast = typename Take<Tuple, std::make_index_sequence<std::tuple_size_v<Tuple> - 1>>::type;
 
 // A handler's values less the link mark it may end with.
 template <class Tuple, bool = (std::tuple_size_v<Tuple> > 0)>
@@ -70,9 +70,10 @@ struct WithoutMark<Tuple, true> {
 };
 }  // namespace detail
 
-// Which interface's handlers receive what an interface's operations send. Each role interface
-// names its counterpart beside its declaration; classes that name none (test probes) are not
-// checked.
+// Which interface's handlers receive what an interface's operations send, and the roles at the
+// two ends (kFrom, kTo) for the protocol reference. Each role interface names its counterpart
+// beside its declaration; a sender that names none has its handler's class left unchecked and
+// cannot be documented, so its messages do not compile into a receiving table.
 template <class Sender>
 struct Counterpart {
   using type = void;
@@ -86,6 +87,10 @@ namespace form {
 struct Arguments {
   template <class Sent>
   using Received = Sent;
+  template <class Sent>
+  static std::string payload() {
+    return detail::wireNames<Sent>();
+  }
   template <class... V>
   static void append(std::string& out, const V&... v) {
     wire::append(out, 4, v...);
@@ -101,6 +106,10 @@ struct Arguments {
 struct Empty {
   template <class Sent>
   using Received = Sent;
+  template <class Sent>
+  static std::string payload() {
+    return "";
+  }
   template <class... V>
   static void append(std::string& out, const V&...) {
     out.reserve(4);
@@ -116,6 +125,10 @@ struct Empty {
 struct LastNotSent {
   template <class Sent>
   using Received = detail::DropLast<Sent>;
+  template <class Sent>
+  static std::string payload() {
+    return detail::wireNames<detail::DropLast<Sent>>();
+  }
   template <class... V>
   static void append(std::string& out, const V&... v) {
     appendAllButLast(out, std::forward_as_tuple(v...),
@@ -140,10 +153,14 @@ struct LastNotSent {
 struct SizedBlock {
   template <class Sent>
   using Received = Sent;
+  template <class Sent>
+  static std::string payload() {
+    const std::string leading = detail::wireNames<detail::DropLast<detail::DropLast<Sent>>>();
+    return leading + (leading.empty() ? "" : ", ") + "u32 n, bytes(n)";
+  }
   template <class... V>
   static void append(std::string& out, const V&... v) {
-    appendWithBlock(out, std::forward_as_tuple(v...),
-                    std::make_index_sequence<sizeof...(V) - 2>());
+    appendWithBlock(out, std::forward_as_tuple(v...), std::make_index_sequence<sizeof...(V) - 2>());
   }
   template <class M, auto Handle>
   static constexpr dispatch::Case<M> receive(const char* name) {
@@ -237,10 +254,23 @@ int send(M& m, const Message<Type, Send, Handle, Form>&, const A&... args) {
   return m.SendMessage(&type, &buffer);
 }
 
-// The receiving table's entry for a declared message.
+// The protocol reference's entry for a declared message. Handlers are named "On" and the
+// message's name.
+template <class Declared>
+void document(dispatch::MessageDoc& doc, const char* name) {
+  using Sender = typename Declared::Sender;
+  doc.from = Counterpart<typename Sender::Class>::kFrom;
+  doc.to = Counterpart<typename Sender::Class>::kTo;
+  doc.payload = Declared::Travel::template payload<typename Sender::Values>();
+  doc.handler = TypeNameOf(typeid(typename Declared::Handler::Class)) + "::On" + name;
+}
+
+// The receiving table's entry for a declared message, with its reference entry.
 template <class M, int Type, auto Send, auto Handle, class Form>
 constexpr dispatch::Entry<M> on(const Message<Type, Send, Handle, Form>& message) {
-  return {Type, Form::template receive<M, Handle>(message.name)};
+  dispatch::Case<M> c = Form::template receive<M, Handle>(message.name);
+  c.doc = &document<Message<Type, Send, Handle, Form>>;
+  return {Type, c};
 }
 
 }  // namespace conflink::msg

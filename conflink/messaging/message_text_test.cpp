@@ -4,10 +4,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstring>
 #include <functional>
+#include <map>
 #include <optional>
 #include <random>
-#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -245,6 +247,66 @@ TEST(MessageText, RandomBuffersAreHandledOrReportedOnceOnEitherLink) {
                                          &conflink::msg::DescribeCcLinkMessage);
   dispatchRandomBuffers<CGIToPSMessenger>(conflink::msg::CgiLinkMessages(),
                                           &conflink::msg::DescribeCgiLinkMessage);
+}
+
+}  // namespace
+
+namespace {
+
+// The reference entries come from the declarations: a few of each form and route.
+struct ReferenceCase {
+  bool cc;
+  int type;
+  const char* from;
+  const char* to;
+  const char* payload;
+  const char* handler;
+};
+
+TEST(ProtocolReference, EntriesNameRouteFieldTypesAndHandlerOfEachForm) {
+  const ReferenceCase cases[] = {
+      {true, 3, "CC or CGI", "PS", "u64, ConfIDString, u64", "PsToBothInterface::OnDialOut"},
+      {true, 0, "CC", "PS", "u64, ConfIDString, str, SipUri, bool32",
+       "PsToCcInterface::OnJoinConference"},
+      {true, 131, "PS", "CC",
+       "u64, ConfIDString, RecordingParams, opt<CallParams>, ConfSpecParams, u16",
+       "CcToPsInterface::OnSetupConference"},
+      {true, 135, "PS", "CC", "", "CcToPsInterface::OnPauseConference"},
+      {true, 263, "PS", "CC", "u64, enum32 ConfServError", "CcToPsInterface::OnReportError"},
+      {false, 278, "PS", "CC or CGI", "u64, enum32 ConferenceParamType, u32 n, bytes(n)",
+       "BothToPsInterface::OnSendConferenceParam"},
+      {false, 64, "CGI", "PS", "u64, u32, u32", "PsToCgiInterface::OnGetReservationLoad"},
+      {false, 273, "PS", "CGI", "u64, SysMessageParams, f64",
+       "CgiToPsInterface::OnSendSysMessageSettings"},
+      {false, 23, "CGI", "PS", "u64, ConfIDString, u64, ConfGeneralParams",
+       "PsToCgiInterface::OnSaveConfGeneral"},
+  };
+  const auto cc = conflink::msg::CcLinkMessages();
+  const auto cgi = conflink::msg::CgiLinkMessages();
+  for (const ReferenceCase& c : cases) {
+    const auto& list = c.cc ? cc : cgi;
+    const auto it = std::find_if(list.begin(), list.end(),
+                                 [&c](const conflink::MessageName& m) { return m.type == c.type; });
+    ASSERT_NE(it, list.end()) << c.type;
+    EXPECT_STREQ(it->from, c.from) << c.type;
+    EXPECT_STREQ(it->to, c.to) << c.type;
+    EXPECT_EQ(it->payload, c.payload) << c.type;
+    EXPECT_EQ(it->handler, c.handler) << c.type;
+  }
+}
+
+TEST(ProtocolReference, EveryDeclaredMessageHasAnEntryAndOnlyTheUnsentTypeLacksOne) {
+  for (const auto& list : {conflink::msg::CcLinkMessages(), conflink::msg::CgiLinkMessages()}) {
+    for (const conflink::MessageName& m : list) {
+      if (m.type == 11 && std::string(m.name) == "(unused 11)") {
+        EXPECT_STREQ(m.from, "");
+        continue;
+      }
+      EXPECT_STRNE(m.from, "") << m.type;
+      EXPECT_EQ(m.handler.rfind("::On") + 4 + std::strlen(m.name), m.handler.size())
+          << m.type << " " << m.handler;
+    }
+  }
 }
 
 }  // namespace

@@ -10,11 +10,17 @@
 
 namespace conflink {
 
-int sendWithTrailer(CyclicMessageQueue* queue, int mark, const int* type, std::string* buffer) {
+void appendTrailer(int mark, std::string* buffer) {
   const uint32_t big = wire::toBig32(static_cast<uint32_t>(mark));
   buffer->append(reinterpret_cast<const char*>(&big), sizeof big);
-  if (queue == nullptr) return kQueueNotConnected;
-  return queue->Send(type, buffer);
+}
+
+int sendWithTrailer(CyclicMessageQueue* queue, int mark, const int* type, std::string* buffer,
+                    const LinkSite& site) {
+  appendTrailer(mark, buffer);
+  const int result = queue == nullptr ? kQueueNotConnected : queue->Send(type, buffer);
+  TraceMessage(site, TraceKind::kSent, *type, buffer->data(), buffer->size(), result);
+  return result;
 }
 
 void reportError(const char* text) {

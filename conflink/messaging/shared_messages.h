@@ -13,10 +13,14 @@ namespace conflink::msg {
 template <>
 struct Counterpart<BothToPsInterface> {
   using type = PsToBothInterface;
+  static constexpr const char* kFrom = "CC or CGI";
+  static constexpr const char* kTo = "PS";
 };
 template <>
 struct Counterpart<PsToBothInterface> {
   using type = BothToPsInterface;
+  static constexpr const char* kFrom = "PS";
+  static constexpr const char* kTo = "CC or CGI";
 };
 
 // Requests of either client (call control or the web front end) to the server.
@@ -51,8 +55,8 @@ inline constexpr Message<21, &B::InitiateDialOut, &P::OnInitiateDialOut> kInitia
     "InitiateDialOut"};
 inline constexpr Message<22, &B::LockConference, &P::OnLockConference> kLockConference{
     "LockConference"};
-inline constexpr Message<56, &B::GetConferenceParam, &P::OnGetConferenceParam>
-    kGetConferenceParam{"GetConferenceParam"};
+inline constexpr Message<56, &B::GetConferenceParam, &P::OnGetConferenceParam> kGetConferenceParam{
+    "GetConferenceParam"};
 }  // namespace both_to_ps
 
 // The server's shared replies to either client.
@@ -69,8 +73,7 @@ inline constexpr Message<261, &P::AuthorizationPassed, &B::OnAuthorizationPassed
     kAuthorizationPassed{"AuthorizationPassed"};
 inline constexpr Message<262, &P::ConferenceLocked, &B::OnConferenceLocked> kConferenceLocked{
     "ConferenceLocked"};
-inline constexpr Message<278, &P::SendConferenceParam, &B::OnSendConferenceParam,
-                         form::SizedBlock>
+inline constexpr Message<278, &P::SendConferenceParam, &B::OnSendConferenceParam, form::SizedBlock>
     kSendConferenceParam{"SendConferenceParam"};
 }  // namespace ps_to_both
 

@@ -41,6 +41,7 @@ class SohoMessenger {
   static constexpr unsigned int kQueueCapacity = 32768;
 
   CyclicMessageQueue* queue() const { return queue_; }
+  int queueNumber() const { return queueNumber_; }
 
  private:
   int queueNumber_;
