@@ -1,8 +1,8 @@
 // Tracing: one line for every message a messenger of this process sends or takes from its queue,
 // every queue event and every report through Error, e.g.
 //
-//   14:03:07.512034 pid 4242 cgi queue 41 send DialOut(1, ConfIDString{id="42"}, 7) [type 3, mark
-//   2] -> 1 14:03:07.512311 pid 4242 cgi queue 41 recv Success(1, 0) [type 258, mark 2]
+//   14:03:07.512034 pid 4242 cgi queue 41 send DialOut(1, ConfIDString{id="42"}, 7) ... -> 1
+//   14:03:07.512311 pid 4242 cgi queue 41 recv Success(1, 0) [type 258, mark 2]
 //   14:03:07.513002 pid 4242 cc queue 40 recv queue event: the peer left
 //   14:03:07.513100 pid 4242 cc queue 40 error Malformed message 3 (DialOut, 2 payload bytes): ...
 //
