@@ -46,7 +46,7 @@ class CcToPsInterface {
   // `call` is null when the server sent none; otherwise it dies when this returns.
   virtual int OnSetupConference(const unsigned long long& id, const ConfIDString& conf,
                                 const RecordingParams& recording, const CallParams* call,
-                                const ConfSpecParams& spec, unsigned short value) = 0;
+                                const ConfSpecParams& setup, unsigned short value) = 0;
   virtual int OnCloseConference(const unsigned long long& id, const ConfIDString& conf,
                                 CloseConferenceReason reason) = 0;
   virtual int OnStartConference(const unsigned long long& id, const ConfIDString& conf) = 0;
@@ -102,7 +102,7 @@ class PsToCcInterface {
   // `call` may be null: a presence word says whether a CallParams follows.
   virtual int SetupConference(const unsigned long long& id, ConfIDString conf,
                               const RecordingParams& recording, const CallParams* call,
-                              const ConfSpecParams& spec, unsigned short value) = 0;
+                              const ConfSpecParams& setup, unsigned short value) = 0;
   virtual int CloseConference(const unsigned long long& id, const ConfIDString& conf,
                               CloseConferenceReason reason) = 0;
   virtual int StartConference(const unsigned long long& id, const ConfIDString& conf) = 0;

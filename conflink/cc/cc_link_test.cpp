@@ -34,7 +34,7 @@ const unsigned long long kId = 0x0102030405060708ULL;
 const ConfIDString kConf{"room-7"};
 const std::list<std::string> kTexts{"one", "", "three"};
 const ParticipantParams kParticipant{1, -2, 3, 0x7fffffff, -5};
-const ConfSpecParams kSpec{10, 20, -30, 40, 50};
+const ConfSpecParams kSetup{10, 20, -30, 40, 50};
 const AttendantZeroOutParams kZeroOut{9, "operator", "", "sip:op@example.org", "x"};
 
 RegisterParams registration(int s) {
@@ -91,14 +91,14 @@ TEST(CcLink, EveryMessageReachesTheOtherEndsHandlerWithEqualValues) {
       {"130", [](Pair& p) { p.deliver(down::kRemoveParticipant, kId, kConf); }},
       {"131 with a call and an address",
        [&call](Pair& p) {
-         p.deliver(down::kSetupConference, kId, kConf, recordingWithAddress(), &call, kSpec,
+         p.deliver(down::kSetupConference, kId, kConf, recordingWithAddress(), &call, kSetup,
                    static_cast<unsigned short>(0xABCD));
        }},
       {"131 without either",
        [](Pair& p) {
          const RecordingParams noAddress{4, {}, 5, 1, 6, 7, SipUri{}};
          p.deliver(down::kSetupConference, kId, kConf, noAddress,
-                   static_cast<const CallParams*>(nullptr), kSpec, static_cast<unsigned short>(0));
+                   static_cast<const CallParams*>(nullptr), kSetup, static_cast<unsigned short>(0));
        }},
       {"132",
        [](Pair& p) {
@@ -146,12 +146,12 @@ TEST(CcLink, PayloadBytes) {
   const CallParams call{"a", "", "", "", "", "", "", "", "", "b", -1};
   const RecordingParams noAddress{1, {}, 2, 3, 4, 5, sampleUri(1)};  // value3 3: address omitted
   const RecordingParams withAddress{1, {}, 2, 0, 4, 5, SipUri{"s", "", "", ""}};
-  const ConfSpecParams spec{6, 7, 8, 9, 10};
+  const ConfSpecParams setup{6, 7, 8, 9, 10};
   const std::string id = "00 00 00 00 00 00 00 01 ";
   const std::string conf = "00 00 00 01 63 ";  // "c"
   const std::string recordingHead =
       "00 00 00 01 00 00 00 00 00 00 00 02 ";  // value1, texts, value2
-  const std::string specBytes = "00 00 00 06 00 00 00 07 00 00 00 08 00 00 00 09 00 00 00 0a ";
+  const std::string setupBytes = "00 00 00 06 00 00 00 07 00 00 00 08 00 00 00 09 00 00 00 0a ";
   struct Golden {
     const char* what;
     std::function<int(CCToPSMessenger&)> send;
@@ -167,19 +167,19 @@ TEST(CcLink, PayloadBytes) {
   const Golden cases[] = {
       {"131 without a call, without an address",
        [&](CCToPSMessenger& m) {
-         return m.SetupConference(1, ConfIDString{"c"}, noAddress, nullptr, spec, 0x1234);
+         return m.SetupConference(1, ConfIDString{"c"}, noAddress, nullptr, setup, 0x1234);
        },
        131,
        id + conf + recordingHead + "00 00 00 03 00 00 00 04 00 00 00 05 " + "00 00 00 00 " +
-           specBytes + "12 34"},
+           setupBytes + "12 34"},
       {"131 with a call and an address",
        [&](CCToPSMessenger& m) {
-         return m.SetupConference(1, ConfIDString{"c"}, withAddress, &call, spec, 0xFFFF);
+         return m.SetupConference(1, ConfIDString{"c"}, withAddress, &call, setup, 0xFFFF);
        },
        131,
        id + conf + recordingHead + "00 00 00 00 00 00 00 04 00 00 00 05 " +
            "00 00 00 01 73 00 00 00 00 00 00 00 00 00 00 00 00 " + "00 00 00 01 " +
-           "00 00 00 01 61 " + emptyStrings + "00 00 00 01 62 ff ff ff ff " + specBytes + "ff ff"},
+           "00 00 00 01 61 " + emptyStrings + "00 00 00 01 62 ff ff ff ff " + setupBytes + "ff ff"},
       {"145 has no RequestId", [](CCToPSMessenger& m) { return m.RegisterAllConferences({}); }, 145,
        "00 00 00 00"},
       {"263 leaves its flag out (true)",

@@ -115,8 +115,8 @@ int CCToPSMessenger::RemoveParticipant(const unsigned long long& id, const ConfI
 
 int CCToPSMessenger::SetupConference(const unsigned long long& id, ConfIDString conf,
                                      const RecordingParams& recording, const CallParams* call,
-                                     const ConfSpecParams& spec, unsigned short value) {
-  return send(*this, down::kSetupConference, id, conf, recording, call, spec, value);
+                                     const ConfSpecParams& setup, unsigned short value) {
+  return send(*this, down::kSetupConference, id, conf, recording, call, setup, value);
 }
 
 int CCToPSMessenger::CloseConference(const unsigned long long& id, const ConfIDString& conf,

@@ -88,7 +88,7 @@ class CCToPSMessenger : public SohoMessenger,
   int RemoveParticipant(const unsigned long long& id, const ConfIDString& conf) override;
   int SetupConference(const unsigned long long& id, ConfIDString conf,
                       const RecordingParams& recording, const CallParams* call,
-                      const ConfSpecParams& spec, unsigned short value) override;
+                      const ConfSpecParams& setup, unsigned short value) override;
   int CloseConference(const unsigned long long& id, const ConfIDString& conf,
                       CloseConferenceReason reason) override;
   int StartConference(const unsigned long long& id, const ConfIDString& conf) override;
