@@ -10,6 +10,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <list>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -160,6 +161,31 @@ TEST_F(DispatchTest, CcProcessTurnsQueueEventsIntoPeerCallsInOrder) {
   EXPECT_TRUE(cc.ProcessMessageFromQueue(10));
   EXPECT_FALSE(cc.ProcessMessageFromQueue(10)) << "nothing left to take";
   EXPECT_FALSE(cc.ProcessMessageFromQueue(0));
+}
+
+// A departure handler that reopens the link frees the queue the loop started with; the next
+// message must be taken from the new one.
+TEST_F(DispatchTest, CcProcessTakesTheNextMessageFromTheQueueAHandlerReopened) {
+  class Reconnecting : public CcProbe {
+   public:
+    void PSPeerDisConnected() override {
+      CcProbe::PSPeerDisConnected();
+      Disconnect();
+      // Keep the freed queue's memory from being handed to the new one, so that a stale
+      // pointer stays visible to the fake.
+      holder = std::make_unique<char[]>(sizeof(CyclicMessageQueue));
+      Connect(1, 0);
+    }
+    std::unique_ptr<char[]> holder;
+  };
+  Fake().inbox = {{kPeerDisconnected, ""}, {70, trailer(0)}};
+  Reconnecting cc;
+  ASSERT_TRUE(cc.Connect(1, 0));
+  EXPECT_TRUE(cc.ProcessMessageFromQueue(5));
+  EXPECT_EQ(cc.calls,
+            (std::vector<std::string>{"PSPeerDisConnected", "OnInitiateConferenceServer 0"}));
+  EXPECT_EQ(Fake().queuesMade, 2);
+  EXPECT_EQ(Fake().callsOnDestroyedQueues, 0);
 }
 
 TEST_F(DispatchTest, CgiProcessHandsQueueEventsToDispatchAsUnknown) {

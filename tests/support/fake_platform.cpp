@@ -35,6 +35,7 @@ CyclicMessageQueue::CyclicMessageQueue(int queueNumber, const char* keyPath, uns
   auto& f = Fake();
   ++f.queuesMade;
   ++f.queuesAlive;
+  f.liveQueues.insert(this);
   f.queueNumberSeen = queueNumber;
   f.keyPathSeen = keyPath;
   f.capacitySeen = capacity;
@@ -44,6 +45,7 @@ CyclicMessageQueue::CyclicMessageQueue(int queueNumber, const char* keyPath, uns
 CyclicMessageQueue::~CyclicMessageQueue() {
   ++Fake().queuesDestroyed;
   --Fake().queuesAlive;
+  Fake().liveQueues.erase(this);
   delete state_;
 }
 int CyclicMessageQueue::Send(const int* type, std::string* buffer) {
@@ -61,6 +63,7 @@ int CyclicMessageQueue::Receive(int* type, std::string* buffer) {
 int CyclicMessageQueue::PeekMessage(int* type, std::string* buffer) {
   auto& f = Fake();
   ++f.peeks;
+  if (f.liveQueues.count(this) == 0) ++f.callsOnDestroyedQueues;
   if (f.emptyPeeks > 0) {
     --f.emptyPeeks;
     return 0;

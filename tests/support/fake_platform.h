@@ -4,6 +4,7 @@
 #pragma once
 
 #include <deque>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -22,6 +23,10 @@ struct FakePlatform {
   int queuesMade = 0;
   int queuesDestroyed = 0;
   int queuesAlive = 0;
+  // The queues that exist now, and how many calls reached one that had been destroyed (a
+  // messenger keeping a pointer to a queue it released).
+  std::set<const void*> liveQueues;
+  int callsOnDestroyedQueues = 0;
   // Set to make live queues stop reporting connected (a queue that went bad).
   bool dropConnection = false;
   std::vector<unsigned long> sleeps;  // every Thread::Sleep argument, in order
