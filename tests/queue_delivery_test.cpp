@@ -192,13 +192,16 @@ TEST(QueueDelivery, APollWaitsForAStalledSendersNextFragmentOnlyBriefly) {
 
 TEST(QueueDelivery, ASenderWaitingForRoomHoldsABoundedBacklogAndLosesNothing) {
   TestQueueName name;
-  auto q = name.Open();
-  constexpr std::size_t kPiece = 16 * 1024;
+  // Rings of 4 MiB, so that the talker's 80 MiB go in a hundred hand-offs: the whole backlog
+  // must build up within the stall limit (kQueueStallMs) even on a busy machine.
+  constexpr unsigned int kRing = 4u << 20;
+  auto q = name.Open(kRing);
+  constexpr std::size_t kPiece = 1u << 20;
   const int pieces = static_cast<int>((kQueueMaxHeldBytes + 16u * 1024 * 1024) / kPiece);
   ChildProcess talker([&] {
     // Sends and never takes: each message goes only when it fits, so this side never waits
     // for room (which would make it take what the other side sends).
-    auto mine = name.Open();
+    auto mine = name.Open(kRing);
     if (ReceiveType(*mine) != kQueueEventPeerConnected) return 1;
     std::string piece(kPiece, 'p');
     for (int i = 0; i < pieces; ++i) {
@@ -210,11 +213,12 @@ TEST(QueueDelivery, ASenderWaitingForRoomHoldsABoundedBacklogAndLosesNothing) {
     return 0;
   });
   ASSERT_EQ(ReceiveType(*q), kQueueEventPeerConnected);
-  EXPECT_EQ(SendText(*q, 10, std::string(1 << 20, 'm')), kQueueBacklogFull) << q->LastError();
+  // Larger than the ring, so the send waits for room that the talker never makes.
+  EXPECT_EQ(SendText(*q, 10, std::string(16u << 20, 'm')), kQueueBacklogFull) << q->LastError();
   EXPECT_NE(std::string(q->LastError()).find("held"), std::string::npos);
   const unsigned int held = q->PendingBytes();
   EXPECT_GE(held, kQueueMaxHeldBytes);
-  EXPECT_LE(held, kQueueMaxHeldBytes + 2 * kTestCapacity) << "bounded";
+  EXPECT_LE(held, kQueueMaxHeldBytes + 2 * kRing) << "bounded";
   // Everything the talker sent arrives, in order, then its departure.
   std::string text;
   for (int i = 0; i < pieces; ++i) {
