@@ -9,8 +9,8 @@
 // How it works, in short (the files named queue_*.h hold the details):
 // - The shared state is one POSIX shared-memory object (see QueueObjectName), mode 0600, holding
 //   a ring per direction with lock-free 32-bit head and tail words. `capacity` is the largest
-//   record (header included); each ring holds eight of those (at most 256 MiB), so the
-//   messengers' 32 KiB make 256 KiB rings, 512 KiB of shared memory per queue.
+//   record (header included); each ring holds sixteen of those (at most 256 MiB), so the
+//   messengers' 32 KiB make 512 KiB rings, 1 MiB of shared memory per queue.
 // - Messages travel as records; one larger than a record travels in fragments and is
 //   reassembled; it is delivered whole or not at all.
 // - A waiting party spins briefly, only while the peer can answer (it runs on another
@@ -113,7 +113,7 @@ class CyclicMessageQueue {
  public:
   // Opens (creating if need be) the queue and takes one of its two places. `capacity` is the size
   // in bytes of the largest record a message travels in, within [kMinQueueCapacity,
-  // kMaxQueueCapacity] (each direction's ring holds eight records, see the top), and must
+  // kMaxQueueCapacity] (each direction's ring holds sixteen records, see the top), and must
   // equal the existing queue's while anyone is attached or messages are queued. `link` is not
   // used. Never throws; IsConnected() tells whether it worked, LastError() why not.
   CyclicMessageQueue(int queueNumber, const char* keyPath, unsigned int capacity, Link* link);
