@@ -81,7 +81,7 @@ struct Segment {
 // passed through unchanged, for the caller's range check to refuse.
 constexpr std::uint32_t kRingRecords = 16;
 constexpr std::uint32_t kMaxRingBytes = 256u * 1024u * 1024u;
-inline std::uint32_t RingBytesFor(std::uint32_t capacity) {
+constexpr std::uint32_t RingBytesFor(std::uint32_t capacity) {
   if (capacity == 0 || capacity > kMaxRingBytes) return capacity;
   return capacity > kMaxRingBytes / kRingRecords ? kMaxRingBytes : capacity * kRingRecords;
 }

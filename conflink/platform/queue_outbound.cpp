@@ -28,8 +28,8 @@ std::uint32_t Outbound::MaxPayload(std::uint32_t ringBytes) const {
 }
 
 std::uint64_t Outbound::RecordBytes(std::uint32_t n, std::uint32_t maxPayload) const {
-  const std::uint64_t records = n == 0 ? 1 : (static_cast<std::uint64_t>(n) + maxPayload - 1) /
-                                                 maxPayload;
+  const std::uint64_t records =
+      n == 0 ? 1 : (static_cast<std::uint64_t>(n) + maxPayload - 1) / maxPayload;
   return n + records * kRecordHeaderBytes;
 }
 
@@ -151,8 +151,7 @@ int Outbound::Send(int type, const std::string& buffer, std::string& error) {
       header.type = static_cast<std::uint32_t>(type);
       header.total = total;
       do {
-        const std::uint32_t chunk =
-            std::min({total - sent, maxPayload, room - kRecordHeaderBytes});
+        const std::uint32_t chunk = std::min({total - sent, maxPayload, room - kRecordHeaderBytes});
         header.marker = kRecordMarker | (published ? 0u : kRecordFirst) |
                         (sent + chunk == total ? kRecordLast : 0u);
         header.length = chunk;

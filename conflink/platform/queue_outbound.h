@@ -4,12 +4,12 @@
 // A message travels in records of at most the queue's capacity (header included), so that the
 // consumer copies one record out while the producer writes the next. A message whose records fit
 // the free space goes at once, whether or not the peer is attached (it stays queued for whoever
-// takes the place). One that does not fit goes only to a peer that is attached: while carrying it the sender keeps emptying its own inbound ring into local memory
-// (before the first fragment and whenever it waits for room), so two parties filling each other's
-// rings both progress. A message is given up part
-// way when the peer leaves or takes nothing for kQueueStallMs; the producer then stores the
-// message's number in ProducerBlock::abandonedSeq, which the consumer reads even when the ring is
-// too full for any record telling it so, and drops what it has of that message.
+// takes the place). One that does not fit goes only to a peer that is attached: while carrying it
+// the sender keeps emptying its own inbound ring into local memory (before the first fragment and
+// whenever it waits for room), so two parties filling each other's rings both progress. A message
+// is given up part way when the peer leaves or takes nothing for kQueueStallMs; the producer then
+// stores the message's number in ProducerBlock::abandonedSeq, which the consumer reads even when
+// the ring is too full for any record telling it so, and drops what it has of that message.
 #pragma once
 
 #include <cstdint>
