@@ -25,6 +25,8 @@
 #include <string>
 #include <vector>
 
+#include <conflink/platform/queue_layout.h>
+
 #include "bench_machine.h"
 #include "ipc_load.h"
 #include "ipc_measure.h"
@@ -70,7 +72,7 @@ struct Options {
   std::vector<std::string> only;  // label fragments; empty: every row
   std::string json;               // where to write the figures as JSON; empty: nowhere
   bool quick = false;
-  int load = 0;                   // CPU-bound processes beside the parties
+  int load = 0;  // CPU-bound processes beside the parties
 
   bool wanted(const std::string& label) const {
     if (only.empty()) return true;
@@ -148,8 +150,10 @@ void printSetting(const Plan& plan, int load) {
       plan.smallMessages, plan.pageMessages);
   std::printf("  4 MiB        median of %d messages after %d warm-up, every byte checked\n",
               plan.bigMessages, plan.warmUpBigMessages);
-  std::printf("  queue        key path %s, capacity %u bytes per direction (as the messengers)\n",
-              kMessengerKeyPath, kMessengerCapacity);
+  std::printf(
+      "  queue        key path %s, capacity %u bytes (records of at most that, rings of %u bytes\n"
+      "               per direction; as the messengers)\n",
+      kMessengerKeyPath, kMessengerCapacity, conflink::queue::RingBytesFor(kMessengerCapacity));
   std::printf("  POSIX mq     msgsize_max %s, msg_max %s\n",
               fileText("/proc/sys/fs/mqueue/msgsize_max").c_str(),
               fileText("/proc/sys/fs/mqueue/msg_max").c_str());

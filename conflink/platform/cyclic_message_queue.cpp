@@ -64,7 +64,7 @@ struct CyclicMessageQueue::State {
       : queueNumber(number),
         capacity(capacityBytes),
         inbound(attachment),
-        outbound(attachment, inbound) {}
+        outbound(attachment, inbound, capacityBytes) {}
 
   bool Usable() {
     if (attachment.usable()) return true;
@@ -151,7 +151,10 @@ CyclicMessageQueue::CyclicMessageQueue(int queueNumber, const char* keyPath, uns
   try {
     state_ = new State(queueNumber, capacity);
     std::string error;
-    if (!state_->attachment.Open(queueNumber, keyPath, capacity, error)) state_->lastError = error;
+    // A capacity out of range goes to Open as it is, to be refused there with its reason.
+    const bool usable = capacity >= kMinQueueCapacity && capacity <= kMaxQueueCapacity;
+    const unsigned int ringBytes = usable ? queue::RingBytesFor(capacity) : capacity;
+    if (!state_->attachment.Open(queueNumber, keyPath, ringBytes, error)) state_->lastError = error;
   } catch (...) {
     if (state_ != nullptr) state_->Note("out of memory opening the queue");
   }

@@ -8,8 +8,10 @@
 //
 // How it works, in short (the files named queue_*.h hold the details):
 // - The shared state is one POSIX shared-memory object (see QueueObjectName), mode 0600, holding
-//   a ring of `capacity` bytes per direction with lock-free 32-bit head and tail words.
-// - Messages travel as records; one larger than the ring travels in fragments and is
+//   a ring per direction with lock-free 32-bit head and tail words. `capacity` is the largest
+//   record (header included); each ring holds sixteen of those (at most 256 MiB), so the
+//   messengers' 32 KiB make 512 KiB rings, 1 MiB of shared memory per queue.
+// - Messages travel as records; one larger than a record travels in fragments and is
 //   reassembled; it is delivered whole or not at all.
 // - A waiting party spins briefly, only while the peer can answer (it runs on another
 //   processor), then sleeps on a futex word of its own, woken by the peer only when it announced
@@ -73,7 +75,7 @@ constexpr int kQueueLowestResult = kQueueBacklogFull;
 
 // Largest message (buffer bytes) the queue carries; larger sends fail with kQueueTooLarge.
 constexpr unsigned int kMaxQueueMessageBytes = 64u * 1024u * 1024u;
-// Bounds of the capacity given to the constructor (bytes per ring).
+// Bounds of the capacity given to the constructor (bytes of the largest record).
 constexpr unsigned int kMinQueueCapacity = 64;
 constexpr unsigned int kMaxQueueCapacity = 256u * 1024u * 1024u;
 // How long a sender waits for an attached peer that takes nothing from a full ring.
@@ -110,7 +112,8 @@ std::string QueueObjectName(int queueNumber, const char* keyPath);
 class CyclicMessageQueue {
  public:
   // Opens (creating if need be) the queue and takes one of its two places. `capacity` is the size
-  // in bytes of each direction's ring, within [kMinQueueCapacity, kMaxQueueCapacity], and must
+  // in bytes of the largest record a message travels in, within [kMinQueueCapacity,
+  // kMaxQueueCapacity] (each direction's ring holds sixteen records, see the top), and must
   // equal the existing queue's while anyone is attached or messages are queued. `link` is not
   // used. Never throws; IsConnected() tells whether it worked, LastError() why not.
   CyclicMessageQueue(int queueNumber, const char* keyPath, unsigned int capacity, Link* link);
@@ -161,7 +164,8 @@ class CyclicMessageQueue {
   // call, and keeps errno). Returns kQueueOk, or kQueueNotConnected when the object holds no
   // place (then no receive can block).
   virtual int Interrupt();
-  // Slot 11: the capacity in bytes of each ring.
+  // Slot 11: the capacity given to the constructor (the ring of each direction is larger, see
+  // the top; FreeBytes counts the ring's bytes).
   virtual unsigned int Capacity();
   // Slot 12: non-zero when the queue was opened and this object holds one of its two places.
   virtual int IsConnected();

@@ -276,7 +276,13 @@ bool Inbound::TakeRecord(std::uint32_t tail, std::uint32_t available, std::uint3
 
 void Inbound::Consumed(std::uint32_t next) {
   a_.inConsumer().tail.store(next, std::memory_order_release);
-  RingIfWaiting(a_.peer(), kWaitForRoom);
+  RingIfRoom(a_.peer(), [&] {
+    const RingIndex index(a_.capacity());
+    const std::uint32_t head = a_.inProducer().head.load(std::memory_order_acquire);
+    // Indices we cannot read: ring, and let the producer see for itself.
+    if (!index.Valid(head) || index.Distance(next, head) > index.capacity()) return UINT32_MAX;
+    return index.capacity() - index.Distance(next, head);
+  });
 }
 
 void Inbound::Push(int result, int type, std::string data) {

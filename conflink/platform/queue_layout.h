@@ -30,7 +30,7 @@ constexpr std::size_t kCacheLine = 64;
 struct alignas(kCacheLine) SegmentHeader {
   Word magic;
   Word version;
-  Word capacity;      // bytes of each ring
+  Word capacity;      // bytes of each ring (RingBytesFor of the capacity the parties asked for)
   Word segmentBytes;  // size of the whole object
 };
 
@@ -39,12 +39,15 @@ struct alignas(kCacheLine) SegmentHeader {
 // sleeps on `bell` after setting `waiting`; whoever changes something the party may wait for
 // bumps `bell` and wakes it, but only when `waiting` says it sleeps. `cpu` is one more than the
 // processor the party last ran on when a wait ended (0: not known), so that the peer does not
-// spin for an answer that needs the very processor it spins on.
+// spin for an answer that needs the very processor it spins on. `roomWanted` is the free space
+// of its outbound ring that a party waiting for room waits for: the consumer rings it only once
+// that much is free, not for every record it takes.
 struct alignas(kCacheLine) PartyBlock {
   Word attach;
   Word bell;
   Word waiting;
   Word cpu;
+  Word roomWanted;
 };
 
 // Written only by the producer of the ring (the party in the ring's place).
@@ -66,6 +69,22 @@ struct Segment {
   ProducerBlock producer[2];
   ConsumerBlock consumer[2];
 };
+
+// The bytes of each ring for the capacity a party asks for. The capacity is the largest record
+// (header and payload) a message travels in; the ring holds kRingRecords of those, so that a
+// large message needs few hand-offs between the parties (each may wait for a processor on a busy
+// machine) and a stream of small ones rarely finds the ring full. The messengers' 32 KiB make
+// 512 KiB rings, 1 MiB of shared memory per queue. (Larger rings move big messages faster on a
+// busy machine still, but spread small messages over more cache lines: the round trip's tail
+// grows.) The ring never exceeds kMaxRingBytes (its
+// indices must fold within 32 bits), nor falls below the capacity. An out-of-range capacity is
+// passed through unchanged, for the caller's range check to refuse.
+constexpr std::uint32_t kRingRecords = 16;
+constexpr std::uint32_t kMaxRingBytes = 256u * 1024u * 1024u;
+constexpr std::uint32_t RingBytesFor(std::uint32_t capacity) {
+  if (capacity == 0 || capacity > kMaxRingBytes) return capacity;
+  return capacity > kMaxRingBytes / kRingRecords ? kMaxRingBytes : capacity * kRingRecords;
+}
 
 // Offset of ring `r`'s bytes from the start of the object.
 inline std::size_t RingOffset(std::uint32_t capacity, int r) {

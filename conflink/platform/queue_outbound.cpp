@@ -22,6 +22,17 @@ std::uint32_t Batch(std::uint32_t capacity) {
 
 }  // namespace
 
+std::uint32_t Outbound::MaxPayload(std::uint32_t ringBytes) const {
+  const std::uint32_t limit = std::min(recordLimit_, ringBytes);
+  return limit > kRecordHeaderBytes ? limit - kRecordHeaderBytes : 1;
+}
+
+std::uint64_t Outbound::RecordBytes(std::uint32_t n, std::uint32_t maxPayload) const {
+  const std::uint64_t records =
+      n == 0 ? 1 : (static_cast<std::uint64_t>(n) + maxPayload - 1) / maxPayload;
+  return n + records * kRecordHeaderBytes;
+}
+
 std::uint32_t Outbound::FreeBytes() const {
   const RingIndex index(a_.capacity());
   const std::uint32_t head = a_.outProducer().head.load(std::memory_order_relaxed);
@@ -49,7 +60,7 @@ int Outbound::Send(int type, const std::string& buffer, std::string& error) {
   ConsumerBlock& consumer = a_.outConsumer();
   RingBytes ring = a_.outbound();
   const RingIndex& index = ring.index();
-  const std::uint32_t capacity = index.capacity();
+  const std::uint32_t capacity = index.capacity();  // of the ring
   const auto total = static_cast<std::uint32_t>(buffer.size());
 
   std::uint32_t seq = producer.messageSeq.load(std::memory_order_relaxed) + 1;
@@ -78,14 +89,18 @@ int Outbound::Send(int type, const std::string& buffer, std::string& error) {
     }
   };
 
+  const std::uint32_t maxPayload = MaxPayload(capacity);
   while (!published || sent < total) {
-    const std::uint32_t head = producer.head.load(std::memory_order_relaxed);
+    const std::uint32_t remaining = total - sent;
+    // Ring bytes the rest of the message takes, headers included.
+    const std::uint64_t rest = RecordBytes(remaining, maxPayload);
+    std::uint32_t head = producer.head.load(std::memory_order_relaxed);
     // The consumer's tail lives on a line the consumer writes for every record it takes; reading
     // it for every message would fetch that line each time. The tail last read is good enough
     // while it shows room for the whole rest of the message (the consumer only ever frees more).
     std::uint32_t tail = tailSeen_;
     if (!index.Valid(head) || !index.Valid(tail) || index.Distance(tail, head) > capacity ||
-        capacity - index.Distance(tail, head) < kRecordHeaderBytes + (total - sent)) {
+        capacity - index.Distance(tail, head) < rest) {
       tail = consumer.tail.load(std::memory_order_acquire);
       tailSeen_ = tail;
     }
@@ -100,19 +115,14 @@ int Outbound::Send(int type, const std::string& buffer, std::string& error) {
               "); the peer repairs them when it next receives";
       return GiveUp(seq, published, kQueueCorrupt);
     }
-    const std::uint32_t room = capacity - index.Distance(tail, head);
-    const std::uint32_t space = room > kRecordHeaderBytes ? room - kRecordHeaderBytes : 0;
-    const std::uint32_t remaining = total - sent;
-    std::uint32_t chunk = 0;
-    bool write = room >= kRecordHeaderBytes && space >= remaining;
-    if (write) {
-      chunk = remaining;
-    } else {
+    std::uint32_t room = capacity - index.Distance(tail, head);
+    bool write = room >= rest;
+    if (!write) {
       const PeerView view = a_.ObservePeer(Liveness::kRecent);
       if (!view.alive || (peerSeen && view.word != peerWord)) {
         if (!peerSeen) {
           error = "outbound ring has " + std::to_string(room) + " free bytes, the message needs " +
-                  std::to_string(remaining + kRecordHeaderBytes) + ", and the peer is absent";
+                  std::to_string(rest) + ", and the peer is absent";
           return GiveUp(seq, published, kQueuePeerAbsentFull);
         }
         error = "the peer left while a message of " + std::to_string(total) +
@@ -129,25 +139,30 @@ int Outbound::Send(int type, const std::string& buffer, std::string& error) {
         const int kept = keepInboundMoving();
         if (kept != kQueueOk) return GiveUp(seq, published, kept);
       }
-      // A message that fits the ring waits for room for all of it; a larger one goes in
-      // fragments of a batch or more.
-      chunk = std::min(remaining, space);
-      write = remaining + kRecordHeaderBytes > capacity && chunk > 0 &&
-              chunk >= std::min(remaining, Batch(capacity));
+      // A message that fits the ring waits for room for all of it; a larger one goes on in a
+      // batch of records whenever a batch is free.
+      write = rest > capacity && room > kRecordHeaderBytes && room >= Batch(capacity);
     }
     if (write) {
+      // As many records as the room takes; the first may be cut to the room, the others are
+      // whole (or the message's end), so that no sliver of a record is written.
       RecordHeader header{};
-      header.marker = kRecordMarker | (published ? 0u : kRecordFirst) |
-                      (sent + chunk == total ? kRecordLast : 0u);
       header.seq = seq;
       header.type = static_cast<std::uint32_t>(type);
       header.total = total;
-      header.length = chunk;
-      const std::uint32_t next = ring.WriteRecord(head, header, buffer.data() + sent);
-      producer.head.store(next, std::memory_order_release);
-      RingIfWaiting(a_.peer(), kWaitForData);
-      sent += chunk;
-      published = true;
+      do {
+        const std::uint32_t chunk = std::min({total - sent, maxPayload, room - kRecordHeaderBytes});
+        header.marker = kRecordMarker | (published ? 0u : kRecordFirst) |
+                        (sent + chunk == total ? kRecordLast : 0u);
+        header.length = chunk;
+        head = ring.WriteRecord(head, header, buffer.data() + sent);
+        producer.head.store(head, std::memory_order_release);
+        RingIfWaiting(a_.peer(), kWaitForData);
+        sent += chunk;
+        room -= kRecordHeaderBytes + chunk;
+        published = true;
+      } while (sent < total && room > kRecordHeaderBytes &&
+               room - kRecordHeaderBytes >= std::min(total - sent, maxPayload));
       continue;
     }
 
@@ -164,8 +179,9 @@ int Outbound::Send(int type, const std::string& buffer, std::string& error) {
     }
     const int kept = keepInboundMoving();
     if (kept != kQueueOk) return GiveUp(seq, published, kept);
-    const std::uint32_t need = std::min(
-        capacity, kRecordHeaderBytes + std::max(Batch(capacity), std::min(remaining, capacity)));
+    const auto need = static_cast<std::uint32_t>(
+        std::min<std::uint64_t>(capacity, std::max<std::uint64_t>(Batch(capacity), rest)));
+    a_.self().roomWanted.store(need, std::memory_order_relaxed);
     WaitOnBell(
         a_.self(), a_.peer(), spin_, kWaitForRoom | kWaitForData,
         [&] {

@@ -1,14 +1,15 @@
 // The sending side of a queue: writes a message into the outbound ring as one record, or as
 // fragments when it does not fit, and waits for room while the peer is there and taking.
 //
-// A message that fits the free space goes at once, whether or not the peer is attached (it
-// stays queued for whoever takes the place). One that does not fit goes only to a peer that is
-// attached: while carrying it the sender keeps emptying its own inbound ring into local memory
-// (before the first fragment and whenever it waits for room), so two parties filling each other's
-// rings both progress. A message is given up part
-// way when the peer leaves or takes nothing for kQueueStallMs; the producer then stores the
-// message's number in ProducerBlock::abandonedSeq, which the consumer reads even when the ring is
-// too full for any record telling it so, and drops what it has of that message.
+// A message travels in records of at most the queue's capacity (header included), so that the
+// consumer copies one record out while the producer writes the next. A message whose records fit
+// the free space goes at once, whether or not the peer is attached (it stays queued for whoever
+// takes the place). One that does not fit goes only to a peer that is attached: while carrying it
+// the sender keeps emptying its own inbound ring into local memory (before the first fragment and
+// whenever it waits for room), so two parties filling each other's rings both progress. A message
+// is given up part way when the peer leaves or takes nothing for kQueueStallMs; the producer then
+// stores the message's number in ProducerBlock::abandonedSeq, which the consumer reads even when
+// the ring is too full for any record telling it so, and drops what it has of that message.
 #pragma once
 
 #include <cstdint>
@@ -25,7 +26,9 @@ constexpr int kSendWaitSliceMs = 100;
 
 class Outbound {
  public:
-  Outbound(Attachment& attachment, Inbound& inbound) : a_(attachment), in_(inbound) {}
+  // `capacity`: the largest record, header included (the capacity the queue was opened with).
+  Outbound(Attachment& attachment, Inbound& inbound, std::uint32_t capacity)
+      : a_(attachment), in_(inbound), recordLimit_(capacity) {}
 
   // Sends one message; a QueueResult. On failure `error` says why.
   int Send(int type, const std::string& buffer, std::string& error);
@@ -34,9 +37,14 @@ class Outbound {
 
  private:
   int GiveUp(std::uint32_t seq, bool published, int result);
+  // Most payload bytes one record carries in a ring of `ringBytes`.
+  std::uint32_t MaxPayload(std::uint32_t ringBytes) const;
+  // Ring bytes that `n` payload bytes take as records (headers included).
+  std::uint64_t RecordBytes(std::uint32_t n, std::uint32_t maxPayload) const;
 
   Attachment& a_;
   Inbound& in_;
+  std::uint32_t recordLimit_;
   SpinBudget spin_;
   std::uint32_t tailSeen_ = 0;  // the consumer's tail when we last read it
 };

@@ -13,11 +13,17 @@
 #include <gtest/gtest.h>
 
 #include <conflink/platform/cyclic_message_queue.h>
+#include <conflink/platform/queue_layout.h>
 #include "tests/support/child_process.h"
 
 namespace conflink::testing {
 
+// The bytes of each ring of a test queue. Test queues are opened with records of at most
+// kTestRecordBytes, which makes rings of this size; messages larger than a record travel in
+// fragments, messages larger than the ring in more than one ring's worth of them.
 constexpr unsigned int kTestCapacity = 32768;
+constexpr unsigned int kTestRecordBytes = kTestCapacity / queue::kRingRecords;
+static_assert(queue::RingBytesFor(kTestRecordBytes) == kTestCapacity, "test rings of 32 KiB");
 
 // A key path and queue number no other test (or test run) shares; the object is removed when the
 // guard goes, whatever the test's outcome.
@@ -41,7 +47,7 @@ class TestQueueName {
     if (fd >= 0) close(fd);
     return fd >= 0;
   }
-  std::unique_ptr<CyclicMessageQueue> Open(unsigned int capacity = kTestCapacity) const {
+  std::unique_ptr<CyclicMessageQueue> Open(unsigned int capacity = kTestRecordBytes) const {
     return std::make_unique<CyclicMessageQueue>(number_, key_.c_str(), capacity, nullptr);
   }
 

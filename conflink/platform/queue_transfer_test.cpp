@@ -171,7 +171,7 @@ TEST(QueueTransfer, FreeAndPendingBytesFollowTheRing) {
   TestQueueName name;
   auto a = name.Open();
   auto b = name.Open();
-  EXPECT_EQ(a->Capacity(), kTestCapacity);
+  EXPECT_EQ(a->Capacity(), kTestRecordBytes);
   EXPECT_EQ(a->FreeBytes(), kTestCapacity);
   std::string text(100, 'p');
   const int type = 3;
@@ -182,6 +182,36 @@ TEST(QueueTransfer, FreeAndPendingBytesFollowTheRing) {
   EXPECT_EQ(ReceiveType(*b), 3);
   EXPECT_EQ(b->PendingBytes(), 0u);
   EXPECT_EQ(a->FreeBytes(), kTestCapacity);
+}
+
+// A record, header included, is at most the capacity the queue was opened with: a message one
+// byte longer than what fits takes a second record and its header.
+TEST(QueueTransfer, MessagesTakeOneRecordPerCapacity) {
+  TestQueueName name;
+  auto a = name.Open();
+  auto b = name.Open();
+  constexpr std::uint32_t kHeader = 20;
+  const struct {
+    std::uint32_t size, ringBytes;
+  } cases[] = {
+      {0, kHeader},
+      {kTestRecordBytes - kHeader, kTestRecordBytes},
+      {kTestRecordBytes - kHeader + 1, kTestRecordBytes + 1 + kHeader},
+      {3 * (kTestRecordBytes - kHeader), 3 * kTestRecordBytes},
+  };
+  int type = 1;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.size);
+    std::string message = Pattern(c.size, c.size);
+    ASSERT_EQ(a->Send(&type, &message), kQueueOk);
+    EXPECT_EQ(a->FreeBytes(), kTestCapacity - c.ringBytes);
+    std::string in;
+    int got = ReceiveType(*b, &in);
+    if (got == kQueueEventPeerConnected) got = ReceiveType(*b, &in);
+    EXPECT_EQ(got, type);
+    EXPECT_TRUE(in == message);
+    EXPECT_EQ(a->FreeBytes(), kTestCapacity);
+  }
 }
 
 // Two queue objects of one process, driven from two threads: the in-process view of the same
@@ -298,7 +328,8 @@ TEST_P(TransferBySize, ArrivesWholeAndByteIdentical) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Queue, TransferBySize,
-                         ::testing::Values(0, 1, kTestCapacity - 21, kTestCapacity - 20,
+                         ::testing::Values(0, 1, kTestRecordBytes - 20, kTestRecordBytes - 19,
+                                           kTestCapacity - 21, kTestCapacity - 20,
                                            kTestCapacity - 1, kTestCapacity, 3 * kTestCapacity + 7,
                                            16u << 20));
 

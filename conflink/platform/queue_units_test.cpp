@@ -118,6 +118,22 @@ TEST(QueueResults, EveryCodeHasItsOwnText) {
   EXPECT_EQ(texts.size(), static_cast<std::size_t>(kQueueOk - kQueueLowestResult + 1));
 }
 
+// Rings hold sixteen records of the capacity, but never exceed the largest ring (whose indices
+// must fold within 32 bits) nor fall below one record.
+TEST(QueueRingIndex, RingBytesForEveryCapacity) {
+  const struct {
+    std::uint32_t capacity, ring;
+  } cases[] = {
+      {kMinQueueCapacity, 16 * kMinQueueCapacity},
+      {32768, 512 * 1024},
+      {queue::kMaxRingBytes / 16, queue::kMaxRingBytes},
+      {queue::kMaxRingBytes / 16 + 1, queue::kMaxRingBytes},
+      {kMaxQueueCapacity, kMaxQueueCapacity},
+  };
+  for (const auto& c : cases) EXPECT_EQ(queue::RingBytesFor(c.capacity), c.ring) << c.capacity;
+  static_assert(2ull * queue::kMaxRingBytes <= UINT32_MAX, "indices fold within 32 bits");
+}
+
 TEST(QueueOpening, UnusableCapacitiesAreRefusedWithAReason) {
   TestQueueName name;
   for (unsigned int capacity : {0u, kMinQueueCapacity - 1, kMaxQueueCapacity + 1}) {

@@ -87,10 +87,14 @@ void RingIfWaiting(PartyBlock& peer, std::uint32_t reason) {
   std::uint32_t waiting = peer.waiting.load(std::memory_order_relaxed);
   // Running, waiting for something else, or rung already and not yet running.
   if ((waiting & reason) == 0 || (waiting & kWaitRung) != 0) return;
-  if (!peer.waiting.compare_exchange_strong(waiting, waiting | kWaitRung,
-                                            std::memory_order_relaxed))
-    return;  // it woke meanwhile, or somebody else rang it
-  RingAlways(peer);
+  if (MarkRung(peer, waiting)) RingAlways(peer);
+}
+
+// Claims the ringing of a party seen waiting as `waiting`: false when it woke meanwhile, or
+// somebody else rang it.
+bool MarkRung(PartyBlock& peer, std::uint32_t waiting) {
+  return peer.waiting.compare_exchange_strong(waiting, waiting | kWaitRung,
+                                              std::memory_order_relaxed);
 }
 
 void RingAlways(PartyBlock& party) {

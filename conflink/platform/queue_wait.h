@@ -95,6 +95,11 @@ bool WaitOnBell(PartyBlock& self, const PartyBlock& peer, SpinBudget& spin, std:
 // kWaitForRoom: records taken), wakes the peer if it announced a wait for that and nobody rang
 // it since. Includes the full fence that pairs with the waiter's.
 void RingIfWaiting(PartyBlock& peer, std::uint32_t reason);
+// As RingIfWaiting(peer, kWaitForRoom) after records were taken, but a peer that waits for more
+// room than `freeBytes()` (called only when the peer waits for room) is left asleep: it asked for
+// a batch, and waking it for every record would cost a wake-up and a sleep per record.
+template <typename FreeBytes>
+void RingIfRoom(PartyBlock& peer, FreeBytes&& freeBytes);
 // Wakes the party whether or not it announced a wait (attach, detach, abandoned message, an
 // interrupt). Only atomic operations and one system call: safe in a signal handler.
 void RingAlways(PartyBlock& party);
@@ -163,7 +168,7 @@ bool WaitOnBell(PartyBlock& self, const PartyBlock& peer, SpinBudget& spin, std:
   if (SpinWorthwhile() && Spin(spin, peer, NoteCpu(self), ready)) return true;
   if (timeoutMs <= 0) return false;
   const std::uint32_t bell = self.bell.load(std::memory_order_acquire);
-  self.waiting.store(reasons, std::memory_order_relaxed);
+  self.waiting.store(reasons, std::memory_order_release);  // after roomWanted, if any
   FullFence();
   bool done = ready();
   if (!done) {
@@ -173,6 +178,17 @@ bool WaitOnBell(PartyBlock& self, const PartyBlock& peer, SpinBudget& spin, std:
   self.waiting.store(0, std::memory_order_relaxed);
   NoteCpu(self);
   return done;
+}
+
+bool MarkRung(PartyBlock& peer, std::uint32_t waiting);
+
+template <typename FreeBytes>
+void RingIfRoom(PartyBlock& peer, FreeBytes&& freeBytes) {
+  FullFence();
+  const std::uint32_t waiting = peer.waiting.load(std::memory_order_acquire);
+  if ((waiting & kWaitForRoom) == 0 || (waiting & kWaitRung) != 0) return;
+  if (freeBytes() < peer.roomWanted.load(std::memory_order_relaxed)) return;
+  if (MarkRung(peer, waiting)) RingAlways(peer);
 }
 
 }  // namespace conflink::queue
