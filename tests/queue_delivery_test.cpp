@@ -194,14 +194,15 @@ TEST(QueueDelivery, ASenderWaitingForRoomHoldsABoundedBacklogAndLosesNothing) {
   TestQueueName name;
   // Rings of 4 MiB, so that the talker's 80 MiB go in a hundred hand-offs: the whole backlog
   // must build up within the stall limit (kQueueStallMs) even on a busy machine.
-  constexpr unsigned int kRing = 4u << 20;
-  auto q = name.Open(kRing);
+  constexpr unsigned int kRecord = (4u << 20) / queue::kRingRecords;
+  constexpr unsigned int kRing = queue::RingBytesFor(kRecord);
+  auto q = name.Open(kRecord);
   constexpr std::size_t kPiece = 1u << 20;
   const int pieces = static_cast<int>((kQueueMaxHeldBytes + 16u * 1024 * 1024) / kPiece);
   ChildProcess talker([&] {
     // Sends and never takes: each message goes only when it fits, so this side never waits
     // for room (which would make it take what the other side sends).
-    auto mine = name.Open(kRing);
+    auto mine = name.Open(kRecord);
     if (ReceiveType(*mine) != kQueueEventPeerConnected) return 1;
     std::string piece(kPiece, 'p');
     for (int i = 0; i < pieces; ++i) {
