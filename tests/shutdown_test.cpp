@@ -33,6 +33,7 @@ TEST(QueueInterrupt, EndsABlockedReceiveFromAThreadOrASignalAndLosesNothing) {
     auto peer = name.Open();
     ASSERT_TRUE(peer->IsConnected());
     Pace ready;
+    Pace interrupted;  // the first receive returned, so the message may now be sent
     ChildProcess child([&] {
       auto q = name.Open();
       if (ReceiveType(*q) != kQueueEventPeerConnected) return 10;
@@ -55,6 +56,7 @@ TEST(QueueInterrupt, EndsABlockedReceiveFromAThreadOrASignalAndLosesNothing) {
       const int r = q->Receive(&type, &buffer);
       const auto blocked = Clock::now() - start;
       if (interrupter.joinable()) interrupter.join();
+      interrupted.Signal(r == kQueueInterrupted ? 'i' : 'r');
       if (r != kQueueInterrupted) return 11;
       if (how == kBeforeTheWait && blocked > std::chrono::milliseconds(50)) return 12;
       if (how == kFromThread && blocked < std::chrono::milliseconds(90)) return 13;
@@ -68,7 +70,9 @@ TEST(QueueInterrupt, EndsABlockedReceiveFromAThreadOrASignalAndLosesNothing) {
       std::this_thread::sleep_for(std::chrono::milliseconds(100));  // let it block
       child.signal(SIGUSR1);
     }
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    // The message goes only once the interrupted receive has returned, however slowly the
+    // child runs: sent earlier, it would be what that receive returns.
+    ASSERT_EQ(interrupted.Await(), 'i');
     int type = 5;
     std::string text = "later";
     ASSERT_EQ(peer->Send(&type, &text), kQueueOk);
