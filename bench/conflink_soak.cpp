@@ -40,13 +40,13 @@ constexpr const char* kKeyPath = "/bin/ping";  // the path every messenger opens
 constexpr double kGrowthShare = 0.20;
 constexpr uint32_t kGrowthSlackKiB = 4096;
 // Incarnations that lived at least this long have their memory judged.
-constexpr long kJudgedLifeMs = 10000;
+constexpr long kJudgedLifeMs = 12000;
 
 struct Options {
   int seconds = 30;
   uint64_t seed = 0;
   bool seedGiven = false;
-  long killEveryMs = 2000;
+  long killEveryMs = 3000;
   std::string json;
 };
 
@@ -104,7 +104,7 @@ void usage() {
                "  --seconds N       how long the parties exchange messages (default 30)\n"
                "  --seed S          the seed of every message and kill (default: from the clock)\n"
                "  --kill-every MS   mean interval between kills of a party; 0: none (default "
-               "2000)\n"
+               "3000)\n"
                "  --json FILE       also write the figures to FILE\n");
 }
 

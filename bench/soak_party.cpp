@@ -3,10 +3,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <thread>
 
 #include <conflink/platform/cyclic_message_queue.h>
 #include "bench/soak_traffic.h"
@@ -118,35 +120,14 @@ class Party {
         cc_(c.queues[0], judges_[0]),
         cgi_(c.queues[1], judges_[1]) {}
 
+  // Each link has a thread of its own, as a server of both links would: one thread driving both
+  // would deadlock whenever each party waits for room on a different link.
   int run() {
     if (!cc_.Connect(200, 10) || !cgi_.Connect(200, 10)) return 3;
     const Clock::time_point start = Clock::now();
-    Clock::time_point sampled = start;
-    Clock::time_point stopSeen{};
-    bool stopping = false;
-    for (;;) {
-      if (!stopping && ledger_.stop.load() != 0) {
-        stopping = true;
-        stopSeen = Clock::now();
-      }
-      cc_.ProcessMessageFromQueue(32);
-      cgi_.ProcessMessageFromQueue(32);
-      step(0, cc_, stopping);
-      step(1, cgi_, stopping);
-      if (msSince(sampled) >= 250) {
-        sampled = Clock::now();
-        sampleMemory(msSince(start));
-      }
-      if (stopping && (drained() || msSince(stopSeen) > kDrainSeconds * 1000)) break;
-    }
-    // Stay attached until the other party has taken everything too, then leave.
-    ledger_.sides[side_].finished.store(1);
-    while (ledger_.sides[1 - side_].finished.load() == 0 &&
-           msSince(stopSeen) < (kDrainSeconds + 5) * 1000) {
-      cc_.ProcessMessageFromQueue(32);
-      cgi_.ProcessMessageFromQueue(32);
-      usleep(1000);
-    }
+    std::thread cgi([this] { drive(1, cgi_); });
+    drive(0, cc_);
+    cgi.join();
     cc_.Disconnect();
     cgi_.Disconnect();
     sampleMemory(msSince(start));
@@ -184,20 +165,47 @@ class Party {
 
   // Everything the other party finished sending has arrived (or, where a death excused the rest
   // of it, nothing came for a while).
-  bool drained() {
-    for (int link = 0; link < kLinks; ++link) {
-      DirectionBook& book = received(link);
-      if (book.senderDone.load() == 0) return false;
-      if (book.lastReceived.load() + 1 >= book.next.load()) continue;
-      if (book.next.load() > book.excuseBelow.load()) return false;
-      if (quietSince_[link] == Clock::time_point{}) quietSince_[link] = Clock::now();
-      if (book.lastReceived.load() != quietAt_[link]) {
-        quietAt_[link] = book.lastReceived.load();
-        quietSince_[link] = Clock::now();
-      }
-      if (msSince(quietSince_[link]) < 1000) return false;
+  bool drained(int link) {
+    DirectionBook& book = received(link);
+    if (book.senderDone.load() == 0) return false;
+    if (book.lastReceived.load() + 1 >= book.next.load()) return true;
+    if (book.next.load() > book.excuseBelow.load()) return false;
+    if (quietSince_[link] == Clock::time_point{}) quietSince_[link] = Clock::now();
+    if (book.lastReceived.load() != quietAt_[link]) {
+      quietAt_[link] = book.lastReceived.load();
+      quietSince_[link] = Clock::now();
     }
-    return true;
+    return msSince(quietSince_[link]) >= 1000;
+  }
+
+  // Sends and receives on one link until the run ends and what the other party sent on it has
+  // arrived; then stays attached until the other party has taken everything too. The CC link's
+  // thread also samples the memory.
+  template <class Messenger>
+  void drive(int link, Messenger& end) {
+    const Clock::time_point start = Clock::now();
+    Clock::time_point sampled = start;
+    Clock::time_point stopSeen{};
+    bool stopping = false;
+    for (;;) {
+      if (!stopping && ledger_.stop.load() != 0) {
+        stopping = true;
+        stopSeen = Clock::now();
+      }
+      end.ProcessMessageFromQueue(32);
+      step(link, end, stopping);
+      if (link == 0 && msSince(sampled) >= 250) {
+        sampled = Clock::now();
+        sampleMemory(msSince(start));
+      }
+      if (stopping && (drained(link) || msSince(stopSeen) > kDrainSeconds * 1000)) break;
+    }
+    if (finishedLinks_.fetch_add(1) + 1 == kLinks) ledger_.sides[side_].finished.store(1);
+    while (ledger_.sides[1 - side_].finished.load() == 0 &&
+           msSince(stopSeen) < (kDrainSeconds + 5) * 1000) {
+      end.ProcessMessageFromQueue(32);
+      usleep(1000);
+    }
   }
 
   void sampleMemory(long ageMs) {
@@ -216,6 +224,7 @@ class Party {
   int part_[kLinks] = {0, 0};
   Clock::time_point quietSince_[kLinks] = {};
   uint32_t quietAt_[kLinks] = {0, 0};
+  std::atomic<int> finishedLinks_{0};
 };
 
 }  // namespace

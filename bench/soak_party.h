@@ -19,7 +19,7 @@ struct PartyConfig {
 // How long a party waits at the end for what the other party sent, and for it to finish.
 constexpr int kDrainSeconds = 20;
 // A party samples its peak memory after this long, and keeps sampling it.
-constexpr int kWarmUpMs = 2000;
+constexpr int kWarmUpMs = 3000;
 
 // The body of a party's process; its exit code: 0 after a clean end, 3 when it could not attach.
 int RunParty(const PartyConfig& config);
