@@ -152,12 +152,14 @@ class Controller {
       usleep(5000);
       for (int side = 0; side < soak::kSides; ++side) {
         const int code = party_[side]->wait(0);
-        if (code >= 0) ended(side, code, false);
+        if (code >= 0) ended(side, code, false, false);
       }
       if (o_.killEveryMs > 0 && Clock::now() >= nextKill) {
         const int side = static_cast<int>(rng_.below(2));
+        // The peer cannot come or go meanwhile: only this controller starts parties.
+        const bool peerAttached = ledger_.sides[1 - side].attached.load() != 0;
         party_[side]->kill9();
-        ended(side, party_[side]->wait(), true);
+        ended(side, party_[side]->wait(), true, peerAttached);
         nextKill = Clock::now() + killInterval();
       }
     }
@@ -202,6 +204,7 @@ class Controller {
     soak::SideBook& book = ledger_.sides[side];
     book.hwmWarmKiB.store(0);
     book.hwmNowKiB.store(0);
+    book.attached.store(0);
     book.incarnation.fetch_add(1);
     soak::PartyConfig c = config_;
     c.side = side;
@@ -234,7 +237,7 @@ class Controller {
 
   // A party died (killed, or by itself while it should not have): the books excuse what was in
   // flight, and a new one takes its place.
-  void ended(int side, int code, bool killed) {
+  void ended(int side, int code, bool killed, bool peerAttached) {
     SideRecord& r = record_[side];
     if (killed) {
       ++r.kills;
@@ -243,7 +246,7 @@ class Controller {
       r.notes.push_back("ended by itself with " + describeExit(code));
     }
     judgeLife(side);
-    soak::ExcuseAfterDeath(ledger_, side);
+    soak::ExcuseAfterDeath(ledger_, side, peerAttached);
     start(side);
   }
 
@@ -315,9 +318,11 @@ Totals report(const Options& o, const Controller& c, const soak::Ledger& ledger,
   }
   std::printf("%s\n", any ? "" : "none");
   std::printf(
-      "dropped: groups in flight when a party died (a killed receiver takes with it what it\n"
-      "  had taken; what a killed sender left unread may be discarded); every group sent\n"
-      "  after the killed party was reaped had to arrive, and those that did not are lost\n");
+      "dropped: groups in flight when a party died, which the delivery rules let go: a killed\n"
+      "  receiver takes with it what it had taken or held (every group sent to it before it was\n"
+      "  reaped is excused); a killed sender's unread messages reach a peer that was attached\n"
+      "  when it died (only the group it was sending is excused) and are discarded otherwise\n"
+      "  (all its groups are excused). Every other group had to arrive: missing ones are lost\n");
 
   const int kills = c.record(0).kills + c.record(1).kills;
   std::printf("\nrestarts survived: %d (A killed %d times, B %d times)\n", kills, c.record(0).kills,

@@ -44,23 +44,49 @@ void raise(std::atomic<uint32_t>& word, uint32_t atLeast) {
   }
 }
 
-// Groups [first, end) did not arrive: those below the excuse mark were allowed not to.
+// Groups [first, end) did not arrive: those below the excuse mark, or excused one by one, were
+// allowed not to.
 void countMissing(DirectionBook& book, uint32_t first, uint32_t end) {
   if (end <= first) return;
   const uint32_t excusedEnd = std::clamp(book.excuseBelow.load(), first, end);
-  book.dropped.fetch_add(excusedEnd - first);
-  book.lost.fetch_add(end - excusedEnd);
+  uint32_t ones = 0;
+  const uint32_t kept = std::min(book.excusedOnes.load(), DirectionBook::kExcusedOnes);
+  for (uint32_t i = 0; i < kept; ++i) {
+    const uint32_t g = book.excusedOne[i].load();
+    if (g >= excusedEnd && g < end) ++ones;
+  }
+  book.dropped.fetch_add(excusedEnd - first + ones);
+  book.lost.fetch_add(end - excusedEnd - ones);
 }
 
 }  // namespace
 
-void ExcuseAfterDeath(Ledger& ledger, int side) {
+void DirectionBook::excuseOne(uint32_t group) {
+  const uint32_t slot = excusedOnes.load();
+  excusedOne[slot % kExcusedOnes].store(group);
+  excusedOnes.store(slot + 1);
+}
+
+bool DirectionBook::excused(uint32_t group) const {
+  if (group < excuseBelow.load()) return true;
+  const uint32_t kept = std::min(excusedOnes.load(), kExcusedOnes);
+  for (uint32_t i = 0; i < kept; ++i) {
+    if (excusedOne[i].load() == group) return true;
+  }
+  return false;
+}
+
+void ExcuseAfterDeath(Ledger& ledger, int side, bool peerAttached) {
   for (int link = 0; link < kLinks; ++link) {
     DirectionBook& sent = ledger.directions[direction(link, side)];
     // The group it may have been sending when it died: its successor starts after it.
-    const uint32_t restart = sent.next.load() + 1;
-    sent.next.store(restart);
-    raise(sent.excuseBelow, restart);
+    const uint32_t sending = sent.next.load();
+    sent.next.store(sending + 1);
+    if (peerAttached) {
+      sent.excuseOne(sending);
+    } else {
+      raise(sent.excuseBelow, sending + 1);
+    }
     // What the survivor sent it, up to the group being sent now, may have died with it.
     DirectionBook& received = ledger.directions[direction(link, 1 - side)];
     raise(received.excuseBelow, received.next.load() + 1);
@@ -85,7 +111,7 @@ void Arrivals::numbered(DirectionBook& book, uint32_t index, const Wire& numbere
     return;
   }
   countMissing(book, last + 1, index);
-  const bool excused = index < book.excuseBelow.load();
+  const bool excused = book.excused(index);
 
   // The group's unnumbered part must be the last of those pending.
   size_t extras = pending_.size();

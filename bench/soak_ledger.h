@@ -15,7 +15,9 @@
 // each direction of that party, every group sent or being sent so far as excused: groups below
 // `excuseBelow` may be missing (counted as dropped, with that rule), every later group must
 // arrive. A restarted sender starts after the group its predecessor may have been sending.
-// Words are 32-bit atomics: lock-free on the 32-bit target too, so they work across processes.
+// When the peer stayed attached, a killed sender's groups must all arrive but the one it was
+// sending. Words are 32-bit atomics: lock-free on the 32-bit target too, so they work across
+// processes.
 #pragma once
 
 #include <atomic>
@@ -50,8 +52,14 @@ struct DirectionBook {
   std::atomic<uint32_t> sentMessages{0};
   WideCount sentBytes;
   std::atomic<uint32_t> refused[kResultCodes] = {};  // sends refused, by -result
-  // The controller's: groups below it were in flight when a party of the link died.
+  // The controller's: groups below it were in flight when a party died; and single groups a
+  // killed sender may have been sending while its peer stayed attached (the last kExcusedOnes).
   std::atomic<uint32_t> excuseBelow{1};
+  static constexpr uint32_t kExcusedOnes = 64;
+  std::atomic<uint32_t> excusedOne[kExcusedOnes] = {};
+  std::atomic<uint32_t> excusedOnes{0};
+  void excuseOne(uint32_t group);
+  bool excused(uint32_t group) const;
   // Receiver's side.
   std::atomic<uint32_t> lastReceived{0};  // the last numbered group taken (0: none yet)
   std::atomic<uint32_t> receivedMessages{0};
@@ -67,6 +75,7 @@ struct DirectionBook {
 struct SideBook {
   std::atomic<uint32_t> incarnation{0};
   std::atomic<uint32_t> finished{0};  // drained at the end of the run
+  std::atomic<uint32_t> attached{0};  // holds its place on both links
   // Memory of the running incarnation, KiB: VmHWM after its warm-up and now.
   std::atomic<uint32_t> hwmWarmKiB{0};
   std::atomic<uint32_t> hwmNowKiB{0};
@@ -82,10 +91,12 @@ struct Ledger {
 Ledger* MapLedger();
 void UnmapLedger(Ledger* ledger);
 
-// The controller's marks after reaping a killed party of `side`: in the directions it sent, the
-// group it may have been sending is skipped and all before it excused; in the directions it
-// received, every group sent or being sent is excused.
-void ExcuseAfterDeath(Ledger& ledger, int side);
+// The controller's marks after reaping a killed party of `side`. In the directions it received,
+// every group sent or being sent is excused. In the directions it sent, its successor skips the
+// group it may have been sending; when its peer was attached on both links before it was
+// killed, only that group is excused (what a departing sender left reaches an attached peer),
+// otherwise every group before it too.
+void ExcuseAfterDeath(Ledger& ledger, int side, bool peerAttached);
 
 // A message as it travelled: type and buffer (payload, then the link mark).
 struct Wire {

@@ -110,7 +110,7 @@ TEST(SoakBooks, ADeathExcusesWhatWasInFlightBothWays) {
   Ledger ledger;
   for (DirectionBook& b : ledger.directions) b.next.store(10);
   ledger.directions[direction(1, 1)].next.store(7);
-  ExcuseAfterDeath(ledger, 0);
+  ExcuseAfterDeath(ledger, 0, false);
   for (int link = 0; link < kLinks; ++link) {
     // What A sent: its successor skips the group it may have been sending.
     const DirectionBook& sent = ledger.directions[direction(link, 0)];
@@ -121,6 +121,26 @@ TEST(SoakBooks, ADeathExcusesWhatWasInFlightBothWays) {
   EXPECT_EQ(ledger.directions[direction(0, 1)].excuseBelow.load(), 11u);
   EXPECT_EQ(ledger.directions[direction(1, 1)].excuseBelow.load(), 8u);
   EXPECT_EQ(ledger.directions[direction(1, 1)].next.load(), 7u);
+}
+
+TEST(SoakBooks, ASenderKilledBeforeAnAttachedPeerIsExcusedOnlyTheGroupItWasSending) {
+  Ledger ledger;
+  for (DirectionBook& b : ledger.directions) b.next.store(10);
+  ExcuseAfterDeath(ledger, 1, true);
+  DirectionBook& sent = ledger.directions[direction(0, 1)];
+  EXPECT_EQ(sent.next.load(), 11u);
+  EXPECT_EQ(sent.excuseBelow.load(), 1u);
+  EXPECT_TRUE(sent.excused(10));
+  EXPECT_FALSE(sent.excused(9));
+  EXPECT_FALSE(sent.excused(11));
+  // Groups 8 to 12 missing: 10 was excused, the others had to arrive.
+  sent.lastReceived.store(7);
+  sent.next.store(13);
+  CountTail(sent);
+  EXPECT_EQ(sent.dropped.load(), 1u);
+  EXPECT_EQ(sent.lost.load(), 4u);
+  // What A sent to B is excused as before.
+  EXPECT_EQ(ledger.directions[direction(0, 0)].excuseBelow.load(), 11u);
 }
 
 TEST(SoakBooks, WideCountsCarry) {

@@ -65,7 +65,18 @@ class Judge {
       book_.corrupted.fetch_add(1);
       return;
     }
+    const uint32_t last = book_.lastReceived.load();
+    const uint32_t faults[] = {book_.lost.load(), book_.duplicated.load(), book_.corrupted.load()};
     arrivals_.numbered(book_, group, message, traffic_.expected(from_, group));
+    const uint32_t now[] = {book_.lost.load(), book_.duplicated.load(), book_.corrupted.load()};
+    if (now[0] != faults[0] || now[1] != faults[1] || now[2] != faults[2]) {
+      std::fprintf(stderr,
+                   "conflink_soak: %s %s->%s: group %u (type %d, %zu bytes) after group %u: "
+                   "%u lost, %u duplicated, %u corrupted (excused below %u)\n",
+                   LinkName(traffic_.link()), from_ == 0 ? "A" : "B", from_ == 0 ? "B" : "A", group,
+                   type, message.bytes.size(), last, now[0] - faults[0], now[1] - faults[1],
+                   now[2] - faults[2], book_.excuseBelow.load());
+    }
   }
 
  private:
@@ -101,6 +112,8 @@ class End : public Recorder {
     return result;
   }
 
+  const char* lastError() { return this->queue() != nullptr ? this->queue()->LastError() : ""; }
+
   size_t lastBytes = 0;
 
  private:
@@ -124,6 +137,7 @@ class Party {
   // would deadlock whenever each party waits for room on a different link.
   int run() {
     if (!cc_.Connect(200, 10) || !cgi_.Connect(200, 10)) return 3;
+    ledger_.sides[side_].attached.store(1);
     const Clock::time_point start = Clock::now();
     std::thread cgi([this] { drive(1, cgi_); });
     drive(0, cc_);
@@ -158,7 +172,11 @@ class Party {
       return;
     }
     // Nothing of it was delivered: the same part is sent again.
-    book.refused[std::min(-result, kResultCodes - 1)].fetch_add(1);
+    if (book.refused[std::min(-result, kResultCodes - 1)].fetch_add(1) < 3 &&
+        result != kQueuePeerAbsentFull && result != kQueuePeerDeparted) {
+      std::fprintf(stderr, "conflink_soak: party %s, %s link: group %u part %d refused: %s\n",
+                   side_ == 0 ? "A" : "B", LinkName(link), group, part_[link], end.lastError());
+    }
     if (result == kQueueNotConnected) end.Connect(1, 0);
     if (result == kQueuePeerAbsentFull) usleep(500);
   }
@@ -169,7 +187,9 @@ class Party {
     DirectionBook& book = received(link);
     if (book.senderDone.load() == 0) return false;
     if (book.lastReceived.load() + 1 >= book.next.load()) return true;
-    if (book.next.load() > book.excuseBelow.load()) return false;
+    for (uint32_t g = book.lastReceived.load() + 1; g < book.next.load(); ++g) {
+      if (!book.excused(g)) return false;
+    }
     if (quietSince_[link] == Clock::time_point{}) quietSince_[link] = Clock::now();
     if (book.lastReceived.load() != quietAt_[link]) {
       quietAt_[link] = book.lastReceived.load();
