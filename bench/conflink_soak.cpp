@@ -397,6 +397,7 @@ void writeJson(const std::string& path, const Options& o, const Controller& c,
     j.member("duplicated", static_cast<double>(b.duplicated.load()));
     j.member("corrupted", static_cast<double>(b.corrupted.load()));
     j.member("refused_sends", static_cast<double>(refusedTotal(b)));
+    j.member("peer_events", static_cast<double>(b.peerEvents.load()));
     j.endObject();
   }
   j.endArray();

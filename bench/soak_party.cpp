@@ -1,5 +1,6 @@
 #include "bench/soak_party.h"
 
+#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -250,6 +251,8 @@ class Party {
 }  // namespace
 
 int RunParty(const PartyConfig& config) {
+  // Ctrl-C reaches the whole process group: the controller ends the run, the parties drain.
+  signal(SIGINT, SIG_IGN);
   Party party(config);
   return party.run();
 }

@@ -1,5 +1,6 @@
 #include "bench/soak_traffic.h"
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <tuple>
@@ -36,37 +37,46 @@ const char* blockBytes() {
   return block.data();
 }
 
-// Random values of one message. Most are small; some lists and strings are long enough for the
-// message to exceed the queue's ring (32 KiB) and travel in fragments. Nested lists stay short so
-// that no message grows past a few MiB.
+// Random values of one message within a byte budget drawn first: most messages are small, one
+// in thirty is 32 to 256 KiB, larger than the queue's 32 KiB ring, so it travels in fragments.
+// Strings and lists end where the budget does, so that no message is much larger than its budget
+// (a list may still hold records of fixed size past it); the largest messages come early in a
+// party's life, and its peak memory settles soon after.
 class RandomValues {
  public:
   explicit RandomValues(uint64_t seed) : rng_(seed) {
     const uint64_t size = rng_.below(100);
     if (size < 85) {
-      topList_ = 4, nestedList_ = 3, text_ = 24;
+      budget_ = 512, topList_ = 4, nestedList_ = 3, text_ = 24;
     } else if (size < 97) {
-      topList_ = 25, nestedList_ = 4, text_ = 300;
+      budget_ = 8192, topList_ = 25, nestedList_ = 4, text_ = 300;
     } else {
-      topList_ = 160, nestedList_ = 4, text_ = 2500;
+      budget_ = 32768 + rng_.below(224 * 1024), topList_ = 160, nestedList_ = 4, text_ = 4096;
     }
   }
   bool boolean() { return (rng_.next() & 1) != 0; }
   unsigned long long number() { return rng_.next(); }
   double real() { return static_cast<double>(static_cast<int64_t>(rng_.next() >> 11)) / 1024.0; }
   std::string text() {
-    std::string s(rng_.below(text_ + 1), '\0');
+    std::string s(rng_.below(std::min(text_, budget_) + 1), '\0');
+    budget_ -= s.size();
     for (char& c : s) c = static_cast<char>(rng_.next());
     return s;
   }
-  size_t listLength(int depth) { return rng_.below((depth == 0 ? topList_ : nestedList_) + 1); }
+  size_t listLength(int depth) {
+    if (budget_ == 0) return 0;
+    return rng_.below((depth == 0 ? topList_ : nestedList_) + 1);
+  }
   bool present() { return rng_.below(4) != 0; }
   const void* block() { return blockBytes(); }
-  Rng& rng() { return rng_; }
+  // The size of a raw block, within what is left of the budget.
+  unsigned int blockSize() {
+    return static_cast<unsigned int>(rng_.below(std::min<uint64_t>(budget_, kBlockBytes) + 1));
+  }
 
  private:
   Rng rng_;
-  uint64_t topList_ = 0, nestedList_ = 0, text_ = 0;
+  uint64_t budget_ = 0, topList_ = 0, nestedList_ = 0, text_ = 0;
 };
 
 // Lists the link's messages as TypeInfo, in order.
@@ -112,8 +122,7 @@ struct Sender {
     }
     if constexpr (std::is_same_v<Form, msg::form::SizedBlock>) {
       // The size that travels before the block says how much of it to send.
-      std::get<std::tuple_size_v<Values> - 2>(values) =
-          static_cast<unsigned int>(random.rng().below(kBlockBytes + 1));
+      std::get<std::tuple_size_v<Values> - 2>(values) = random.blockSize();
     }
     result = std::apply([this](const auto&... v) { return (messenger.*Send)(v...); }, values);
   }
