@@ -26,6 +26,7 @@
 #include "tests/support/cc_recorder.h"
 #include "tests/support/cgi_recorder.h"
 #include "tests/support/fake_platform.h"
+#include "tests/support/message_values.h"
 
 namespace {
 
@@ -33,57 +34,30 @@ namespace fs = std::filesystem;
 namespace msg = conflink::msg;
 namespace wire = conflink::wire;
 
-template <class T>
-struct IsList : std::false_type {};
-template <class T>
-struct IsList<std::list<T>> : std::true_type {};
-template <class T>
-struct IsOptional : std::false_type {};
-template <class T>
-struct IsOptional<std::optional<T>> : std::true_type {};
-
-// Fills every field with a value of its own, lists with two elements, and makes every optional
-// part present, so that a seed reaches every field's decoder.
-class Sampler {
+// Counted values: each field its own number or text, lists of two, every optional part present,
+// so that a seed reaches every field's decoder.
+class Counted {
  public:
-  template <class T>
-  void fill(T& v) {
-    if constexpr (std::is_same_v<T, bool>) {
-      v = true;
-    } else if constexpr (std::is_integral_v<T> || std::is_enum_v<T>) {
-      v = static_cast<T>(++n_);
-    } else if constexpr (std::is_floating_point_v<T>) {
-      v = 0.5 + ++n_;
-    } else if constexpr (std::is_same_v<T, std::string>) {
-      v = "s" + std::to_string(++n_);
-    } else if constexpr (IsList<T>::value) {
-      v.resize(2);
-      for (auto& e : v) fill(e);
-    } else if constexpr (IsOptional<T>::value) {
-      v.emplace();
-      fill(*v);
-    } else if constexpr (std::is_same_v<T, const void*>) {
-      v = kBlock;  // the size beside it is a small number, well inside the block
-    } else if constexpr (std::is_same_v<T, const CallParams*>) {
-      static CallParams call;
-      fill(call);
-      v = &call;
-    } else if constexpr (std::is_same_v<T, RecordingParams>) {
-      fill(v.value1), fill(v.texts), fill(v.value2), fill(v.value4), fill(v.value5), fill(v.uri);
-      v.value3 = 0;  // the address travels only then
-    } else if constexpr (std::is_same_v<T, Reservations>) {
-      fill(v.items);
-    } else if constexpr (std::is_same_v<T, LoadSegment>) {
-      fill(v.start), fill(v.load);
-    } else {
-      wire::Fields<T>::visit(v, [&](const char*, auto& field) { fill(field); });
-    }
-  }
+  bool boolean() { return true; }
+  unsigned long long number() { return static_cast<unsigned long long>(++n_); }
+  double real() { return 0.5 + ++n_; }
+  std::string text() { return "s" + std::to_string(++n_); }
+  size_t listLength(int) { return 2; }
+  bool present() { return true; }
+  // The size beside it is a small number, well inside the block.
+  const void* block() { return kBlock; }
 
  private:
   static constexpr char kBlock[64] = "a parameter block in the server's own form";
   int n_ = 0;
 };
+
+// Fills `v` with counted values from 1.
+template <class T>
+void fillCounted(T& v) {
+  Counted counted;
+  conflink::testing::ValueFiller<Counted>(counted).fill(v);
+}
 
 void write(const fs::path& file, const std::string& bytes) {
   std::ofstream(file, std::ios::binary)
@@ -112,9 +86,9 @@ class LinkSeeds {
     if (!messenger_.Connect(1, 0)) failed_ = true;
   }
 
-  template <class... Declared>
-  void send(const Declared&... m) {
-    (one(m), ...);
+  template <int Type, auto Send, auto Handle, class Form>
+  void operator()(const msg::Message<Type, Send, Handle, Form>& m) {
+    one(m);
   }
 
   // False when a message this link's messenger handles got no seed.
@@ -134,8 +108,9 @@ class LinkSeeds {
   void one(const msg::Message<Type, Send, Handle, Form>& m) {
     using Values = typename msg::Message<Type, Send, Handle, Form>::Sender::Values;
     Values values;
-    Sampler sampler;
-    std::apply([&](auto&... v) { (sampler.fill(v), ...); }, values);
+    Counted counted;
+    conflink::testing::ValueFiller<Counted> filler(counted);
+    std::apply([&](auto&... v) { (filler.fill(v), ...); }, values);
     auto& sent = conflink::testing::Fake().sent;
     sent.clear();
     std::apply([this](const auto&... v) { (messenger_.*Send)(v...); }, values);
@@ -160,28 +135,13 @@ class LinkSeeds {
   bool failed_ = false;
 };
 
-// The messages both links carry, from either messenger.
-template <class Messenger>
-void sendShared(LinkSeeds<Messenger>& seeds) {
-  namespace both = msg::both_to_ps;
-  namespace reply = msg::ps_to_both;
-  seeds.send(both::kAddParticipant, both::kDialOut, both::kDeleteParticipant, both::kSetSpeaker,
-             both::kStartLectureMode, both::kRequestToSpeak, both::kAuthorizationRequest,
-             both::kStartConference, both::kStopConference, both::kRequestStartRecording,
-             both::kRequestStopRecording, both::kRequestPauseRecording,
-             both::kRequestResumeRecording, both::kInitiateDialOut, both::kLockConference,
-             both::kGetConferenceParam);
-  seeds.send(reply::kSuccess, reply::kReject, reply::kModeratorApprovalNeeded,
-             reply::kAuthorizationPassed, reply::kConferenceLocked, reply::kSendConferenceParam);
-}
-
 // Each record filled and empty, behind the byte that picks it.
 template <size_t... I>
 void writeRecords(const fs::path& dir, std::index_sequence<I...>) {
   auto one = [&dir](size_t index, auto* type) {
     using T = std::remove_pointer_t<decltype(type)>;
     T filled{};
-    Sampler().fill(filled);
+    fillCounted(filled);
     const std::string pick(1, static_cast<char>(index));
     std::string bytes = pick;
     wire::append(bytes, 0, filled);
@@ -209,61 +169,19 @@ int main(int argc, char** argv) {
 
   bool complete = true;
   {
-    namespace up = msg::cc_to_ps;
-    namespace down = msg::ps_to_cc;
     LinkSeeds<conflink::testing::CcRecorder> cc(root, "cc_dispatch");
-    cc.send(up::kJoinConference, up::kActivateParticipant, up::kParticipantLeft,
-            up::kHoldParticipant, up::kForwardParticipant, up::kGetEndpointTopology,
-            up::kRecordingTerminated, up::kInitiateConferenceServer, up::kSuccess,
-            up::kReportError);
-    cc.send(down::kAddParticipant, down::kUpdateUserInfo, down::kRemoveParticipant,
-            down::kSetupConference, down::kCloseConference, down::kStartConference,
-            down::kStopConference, down::kPauseConference, down::kResumeConference,
-            down::kStartRecording, down::kStopRecording, down::kPauseRecording,
-            down::kResumeRecording, down::kModifyConferenceMedia, down::kModifyParticipantMedia,
-            down::kSetSpeaker, down::kRegisterConfID, down::kRegisterAllConferences,
-            down::kAddScenario, down::kUpdateScenario, down::kRemoveScenario, down::kJoinAccept,
-            down::kJoinReject, down::kActivateAttendant, down::kSendEndpointTopology,
-            down::kReportError);
-    sendShared(cc);
+    conflink::testing::forEachCcLinkMessage(cc);
     complete = cc.complete(msg::CcLinkMessages()) && complete;
   }
   {
-    namespace up = msg::cgi_to_ps;
-    namespace down = msg::ps_to_cgi;
     LinkSeeds<conflink::testing::CgiRecorder> cgi(root, "cgi_dispatch");
-    cgi.send(up::kCreateConference, up::kSaveConfGeneral, up::kSaveConfNewParticipants,
-             up::kSaveConfParticipants, up::kSaveConfSchedule, up::kSaveConfSipSettings,
-             up::kSaveConfRecording, up::kSaveConfCodecs, up::kSaveConfSysMessages,
-             up::kSaveConfAutoGainCtrl, up::kSaveAttendant, up::kSaveMailText,
-             up::kRestoreMailDefaults, up::kSaveStatisticsSettings, up::kClearStatistics,
-             up::kModifyLocalRoutingTable, up::kUpdateTOSValues, up::kDeleteConference,
-             up::kModifyConferenceMedia, up::kModifyParticipantMedia, up::kSendCreationMails,
-             up::kGetConference, up::kGetGeneralSettings, up::kGetNewParticipantSettings,
-             up::kGetParticipantsList, up::kGetSipSettings, up::kGetRecordingSettings,
-             up::kGetScheduleSettings, up::kGetEncodingSettings, up::kGetSysMessageSettings,
-             up::kGetAutoGainCtrlSettings, up::kGetAttendantSettings, up::kGetConferenceProgress,
-             up::kGetConferenceStatus, up::kGetUserConfList, up::kGetActiveConfList,
-             up::kGetPublicConfList, up::kGetRecordingParamsList, up::kAddReservation,
-             up::kRemoveReservation, up::kGetReservationList, up::kGetReservationLoad,
-             up::kAddExtReservation, up::kRemoveExtReservation, up::kGetRegisteredUserList,
-             up::kAddRegisteredUser, up::kRemoveRegisteredUser);
-    cgi.send(down::kConferenceCreated, down::kSendConference, down::kSendGeneralSettings,
-             down::kSendNewParticipantSettings, down::kSendParticipantsList, down::kSendSipSettings,
-             down::kSendRecordingSettings, down::kSendScheduleSettings, down::kSendEncodingSettings,
-             down::kSendSysMessageSettings, down::kSendAutoGainCtrlSettings,
-             down::kSendAttendantSettings, down::kSendConferenceProgress,
-             down::kSendConferenceStatus, down::kSendUserConfList, down::kSendActiveConfList,
-             down::kSendPublicConfList, down::kSendRecordingParamsList, down::kSendReservationList,
-             down::kSendReservationLoad, down::kExtReservationAdded, down::kSendRegisteredUserList,
-             down::kCgiReportError);
-    sendShared(cgi);
+    conflink::testing::forEachCgiLinkMessage(cgi);
     complete = cgi.complete(msg::CgiLinkMessages()) && complete;
   }
 
   // A conference with every section filled, an empty one, and a filled one with bytes after it.
   ConferenceParams filled{};
-  Sampler().fill(filled);
+  fillCounted(filled);
   std::string encoded;
   encoded << filled;
   write(root / "conference_params" / "filled", encoded);

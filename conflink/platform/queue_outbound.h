@@ -46,7 +46,9 @@ class Outbound {
   Inbound& in_;
   std::uint32_t recordLimit_;
   SpinBudget spin_;
-  std::uint32_t tailSeen_ = 0;  // the consumer's tail when we last read it
+  // The consumer's tail when we last read it. None yet (an index no ring has) until the first
+  // send reads it: a party that takes a place may find its predecessor's messages still unread.
+  std::uint32_t tailSeen_ = UINT32_MAX;
 };
 
 }  // namespace conflink::queue

@@ -1,5 +1,5 @@
 // A call-control messenger whose every handler, of both ends of the link, records its call as
-// text (see message_rows.h): for the link's tests, and for anything that must see every value a
+// text (see call_log.h): for the link's tests, and for anything that must see every value a
 // message decodes to.
 #pragma once
 
@@ -7,7 +7,7 @@
 #include <string>
 
 #include <conflink/cc/cc_to_ps_messenger.h>
-#include "tests/support/message_rows.h"
+#include "tests/support/call_log.h"
 
 namespace conflink::testing {
 
@@ -19,6 +19,7 @@ class CcRecorder : public SharedRecorder<CCToPSMessenger> {
   using SharedRecorder::OnStartConference;
   using SharedRecorder::OnStopConference;
   using SharedRecorder::OnSuccess;
+  using SharedRecorder::SharedRecorder;
   int OnAddParticipant(const unsigned long long& a, const ConfIDString& b, const SipUri& c,
                        const unsigned long long& d, const CallParams& e,
                        const std::list<std::string>& f, const ParticipantParams& g,

@@ -1,5 +1,5 @@
 // A web front end's messenger whose every handler, of both ends of the link, records its call
-// as text (see message_rows.h): for the link's tests, and for anything that must see every value
+// as text (see call_log.h): for the link's tests, and for anything that must see every value
 // a message decodes to.
 #pragma once
 
@@ -7,13 +7,14 @@
 #include <string>
 
 #include <conflink/cgi/cgi_to_ps_messenger.h>
-#include "tests/support/message_rows.h"
+#include "tests/support/call_log.h"
 
 namespace conflink::testing {
 
 // Both ends of the link in one class, every handler recording its call.
 class CgiRecorder : public SharedRecorder<CGIToPSMessenger> {
  public:
+  using SharedRecorder::SharedRecorder;
   int OnConferenceCreated(const unsigned long long& a, const ConfIDString& b) override {
     return note("OnConferenceCreated", a, b);
   }
