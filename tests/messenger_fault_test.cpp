@@ -106,9 +106,8 @@ int RunServer(int queue, std::uint32_t generation, unsigned dieAfterMs, std::uin
 }
 
 TEST_F(MessengerFaults, ServerKilledAndRestartedWhileCallControlSends) {
-  const std::uint64_t seed = FaultSeed();
-  SCOPED_TRACE(SeedNote(seed));
-  FaultRng rng(seed);
+  SeededRun run;
+  FaultRng& rng = run.rng;
   CallControl cc(queueNumber_);
   ASSERT_TRUE(cc.Connect(1, 0));
   const int queue = queueNumber_;
@@ -202,9 +201,8 @@ class WebFrontEnd : public CGIToPSMessenger {
 };
 
 TEST_F(MessengerFaults, WebFrontEndGetsWholeRepliesFromAServerKilledMidReply) {
-  const std::uint64_t seed = FaultSeed();
-  SCOPED_TRACE(SeedNote(seed));
-  FaultRng rng(seed);
+  SeededRun run;
+  FaultRng& rng = run.rng;
   WebFrontEnd cgi(queueNumber_);
   ASSERT_TRUE(cgi.Connect(1, 0));
   const int queue = queueNumber_;

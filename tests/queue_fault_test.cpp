@@ -97,9 +97,8 @@ int RunPeer(const TestQueueName& name, const PeerPlan& plan, ReportPipe& reports
 }
 
 TEST(QueueFaults, APeerKilledAtRandomMomentsLosesNothingAccepted) {
-  const std::uint64_t seed = FaultSeed();
-  SCOPED_TRACE(SeedNote(seed));
-  FaultRng rng(seed);
+  SeededRun run;
+  FaultRng& rng = run.rng;
   TestQueueName name;
   auto q = name.Open();
   ASSERT_TRUE(q->IsConnected()) << q->LastError();
@@ -227,13 +226,11 @@ TEST(QueueFaults, WhatAKilledPeerNeverTookReachesItsSuccessor) {
 // ---- A third process ----
 
 TEST(QueueFaults, AThirdProcessIsRefusedAndThePairGoesOnUndisturbed) {
-  const std::uint64_t seed = FaultSeed();
-  SCOPED_TRACE(SeedNote(seed));
-  FaultRng rng(seed);
+  SeededRun run;
+  FaultRng& rng = run.rng;
   TestQueueName name;
   auto q = name.Open();
-  Pace stop;
-  // The peer echoes every message until told to stop; anything but the survivor's arrival and
+  // The peer echoes every message until the end message; anything but the survivor's arrival and
   // its messages fails it.
   ChildProcess echo([&] {
     auto mine = name.Open();

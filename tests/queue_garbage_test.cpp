@@ -115,9 +115,8 @@ bool NamesWhatFailed(const std::string& text) {
 }
 
 TEST(QueueFaults, GarbageFromThePeerIsReportedNeverFollowedAndAFreshPairWorks) {
-  const std::uint64_t seed = FaultSeed();
-  SCOPED_TRACE(SeedNote(seed));
-  FaultRng rng(seed);
+  SeededRun run;
+  FaultRng& rng = run.rng;
   const std::vector<GarbageCase> cases = {
       {"a word of each record header it just wrote",
        [](Scribbler& s, FaultRng& r, std::uint32_t before) {

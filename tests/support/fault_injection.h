@@ -79,6 +79,15 @@ inline std::size_t MessageSize(FaultRng& rng) {
   return rng.Percent(70) ? rng.Between(8, 2000) : rng.Between(kTestCapacity + 1, 3 * kTestCapacity);
 }
 
+// A test's random choices: the run's seed, named in every failure of the test while this lives,
+// and the generator it seeds.
+struct SeededRun {
+  SeededRun() : seed(FaultSeed()), trace(__FILE__, __LINE__, SeedNote(seed)), rng(seed) {}
+  std::uint64_t seed;
+  ::testing::ScopedTrace trace;
+  FaultRng rng;
+};
+
 // What a child reports to its parent: a kind, a number and a result, written whole (a pipe
 // write of this size is atomic, so a child killed mid-report leaves no half record).
 struct Report {
