@@ -131,7 +131,7 @@ TEST(QueueFaults, APeerKilledAtRandomMomentsLosesNothingAccepted) {
     const auto deadline = Clock::now() + std::chrono::seconds(20);
     while (!departed) {
       ASSERT_LT(Clock::now(), deadline) << "the peer's departure was never reported";
-      if (last && sends >= 20 && !endSent) {
+      if (last && sends >= 20 && arrived && !endSent) {  // once the peer is surely there
         ASSERT_EQ(Send(*q, kEnd, "end"), kQueueOk) << q->LastError();
         endSent = true;
       } else if (!endSent && rng.Percent(50)) {
