@@ -130,7 +130,7 @@ TEST_F(MessengerFaults, ServerKilledAndRestartedWhileCallControlSends) {
     const std::size_t departuresBefore = gen;
     int sends = 0;
     bool endSent = false;
-    const auto deadline = Clock::now() + std::chrono::seconds(20);
+    const auto deadline = Clock::now() + std::chrono::milliseconds(kPatientMs);
     while (cc.events.size() < 2 * departuresBefore + 2) {
       ASSERT_LT(Clock::now(), deadline) << "the server's departure never reached call control";
       const bool arrived = cc.events.size() == 2 * departuresBefore + 1;
@@ -152,7 +152,7 @@ TEST_F(MessengerFaults, ServerKilledAndRestartedWhileCallControlSends) {
       if (cc.events.size() > before && cc.events.back() == 'd') log.Departed();
       pipe.Collect(reports);
     }
-    ASSERT_EQ(server.wait(10000), last ? 0 : 128 + SIGKILL);
+    ASSERT_EQ(server.wait(kPatientMs), last ? 0 : 128 + SIGKILL);
     pipe.Collect(reports);
     cc.byGeneration.resize(gen + 1);
     EXPECT_TRUE(EveryAcceptedMessageArrived(cc.byGeneration[gen], reports, kServerSent));
@@ -230,13 +230,13 @@ TEST_F(MessengerFaults, WebFrontEndGetsWholeRepliesFromAServerKilledMidReply) {
         },
         30);
     std::vector<Report> reports;
-    const auto deadline = Clock::now() + std::chrono::seconds(20);
+    const auto deadline = Clock::now() + std::chrono::milliseconds(kPatientMs);
     while (cgi.events.size() < 2 * gen + 2) {
       ASSERT_LT(Clock::now(), deadline) << "the server's departure never came";
       if (!cgi.ProcessMessageFromQueue(16)) usleep(500);
       pipe.Collect(reports);
     }
-    ASSERT_EQ(server.wait(10000), 128 + SIGKILL);
+    ASSERT_EQ(server.wait(kPatientMs), 128 + SIGKILL);
     pipe.Collect(reports);
     cgi.byGeneration.resize(gen + 1);
     EXPECT_TRUE(EveryAcceptedMessageArrived(cgi.byGeneration[gen], reports, kServerSent));
@@ -280,8 +280,8 @@ TEST_F(MessengerFaults, AReplyAlteredInTheQueueReachesErrorNotAHandler) {
     written.Signal();
     return 0;
   });
-  ASSERT_EQ(written.Await(), 'x');
-  EXPECT_EQ(server.wait(10000), 0);
+  ASSERT_EQ(written.Await(kPatientMs), 'x');
+  EXPECT_EQ(server.wait(kPatientMs), 0);
   for (int i = 0; i < 50 && cgi.events.size() < 2; ++i)
     if (!cgi.ProcessMessageFromQueue(16)) usleep(2000);
   EXPECT_EQ(cgi.events, "cd");

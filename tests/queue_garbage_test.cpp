@@ -96,20 +96,21 @@ bool NamesWhatFailed(const std::string& text) {
   ChildProcess peer([&] {
     auto mine = name.Open();
     std::string text;
-    if (ReceiveType(*mine) != kQueueEventPeerConnected) return 1;
+    if (ReceiveType(*mine, nullptr, kPatientMs) != kQueueEventPeerConnected) return 1;
     int type = 21;
     std::string copy = big;
     if (mine->Send(&type, &copy) != kQueueOk) return 2;
-    return ReceiveType(*mine, &text) == 22 && text == "back" ? 0 : 3;
+    return ReceiveType(*mine, &text, kPatientMs) == 22 && text == "back" ? 0 : 3;
   });
   std::string text;
-  if (ReceiveType(*q) != kQueueEventPeerConnected || ReceiveType(*q, &text) != 21 || text != big)
+  if (ReceiveType(*q, nullptr, kPatientMs) != kQueueEventPeerConnected ||
+      ReceiveType(*q, &text, kPatientMs) != 21 || text != big)
     return ::testing::AssertionFailure() << "the fresh pair's first message did not arrive whole";
   int type = 22;
   std::string back = "back";
   if (q->Send(&type, &back) != kQueueOk) return ::testing::AssertionFailure() << q->LastError();
-  if (peer.wait(10000) != 0) return ::testing::AssertionFailure() << "the fresh peer failed";
-  if (ReceiveType(*q) != kQueueEventPeerDisconnected)
+  if (peer.wait(kPatientMs) != 0) return ::testing::AssertionFailure() << "the fresh peer failed";
+  if (ReceiveType(*q, nullptr, kPatientMs) != kQueueEventPeerDisconnected)
     return ::testing::AssertionFailure() << "no departure from the fresh peer";
   return ::testing::AssertionSuccess();
 }
@@ -183,7 +184,7 @@ TEST(QueueFaults, GarbageFromThePeerIsReportedNeverFollowedAndAFreshPairWorks) {
         }
         c.scribble(scribbler, r, before);
         scribbled.Signal();
-        if (looked.Await(20000) == 0) return 2;
+        if (looked.Await(kPatientMs) == 0) return 2;
         while (mine->ReceiveFor(&type, &buffer, 0) != kQueueEmpty) {
         }
       }
@@ -193,7 +194,7 @@ TEST(QueueFaults, GarbageFromThePeerIsReportedNeverFollowedAndAFreshPairWorks) {
     int type = 0;
     std::string buffer;
     for (int round = 0; round < kRounds; ++round) {
-      ASSERT_EQ(scribbled.Await(), 'x') << "round " << round;
+      ASSERT_EQ(scribbled.Await(kPatientMs), 'x') << "round " << round;
       for (int r; (r = q->ReceiveFor(&type, &buffer, 2)) != kQueueEmpty;) {
         ASSERT_TRUE(ReceiveResultAllowed(r)) << r << " " << q->LastError();
         if (r == kQueueCorrupt) {
@@ -218,7 +219,7 @@ TEST(QueueFaults, GarbageFromThePeerIsReportedNeverFollowedAndAFreshPairWorks) {
       }
       looked.Signal();
     }
-    EXPECT_EQ(peer.wait(10000), 0);
+    EXPECT_EQ(peer.wait(kPatientMs), 0);
     // Whatever garbage left behind is handed out or reported; the survivor then leaves.
     for (int r; (r = q->ReceiveFor(&type, &buffer, 200)) != kQueueEmpty;)
       ASSERT_TRUE(ReceiveResultAllowed(r)) << r << " " << q->LastError();

@@ -24,6 +24,10 @@
 
 namespace conflink::testing {
 
+// How long a test waits for what must come: generous, for an emulated target on a machine that
+// other work keeps busy. Nothing waits this long when all is well.
+constexpr int kPatientMs = 30000;
+
 // splitmix64: the same sequence for a seed on every compiler and byte order, unlike the
 // standard distributions.
 class FaultRng {
