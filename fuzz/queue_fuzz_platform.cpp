@@ -150,8 +150,11 @@ void SetSleepHook(SleepHook hook, void* context) {
 }
 
 void WatchAllocations(bool on) {
-  if (on) largest.store(0, std::memory_order_relaxed);
   watching.store(on, std::memory_order_relaxed);
+}
+
+void ResetLargestAllocation() {
+  largest.store(0, std::memory_order_relaxed);
 }
 
 std::size_t LargestAllocation() {

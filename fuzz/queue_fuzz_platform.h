@@ -22,8 +22,9 @@ void ResetClock();
 using SleepHook = void (*)(void* context);
 void SetSleepHook(SleepHook hook, void* context);
 
-// The largest single allocation (operator new) made while watching.
+// The largest single allocation (operator new) made while watching, since the last reset.
 void WatchAllocations(bool on);
+void ResetLargestAllocation();
 std::size_t LargestAllocation();
 
 // Mappings of shared objects currently held between guard pages.

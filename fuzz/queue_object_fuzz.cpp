@@ -43,6 +43,9 @@ namespace qp = conflink::fuzz::queue_platform;
 namespace q = conflink::queue;
 using namespace conflink;  // the queue's result codes
 
+static_assert(qi::kRecordFirstFlag == q::kRecordFirst && qi::kRecordLastFlag == q::kRecordLast,
+              "the input's record flags are the ring's");
+
 constexpr int kQueueNumber = 1;
 constexpr int kMaxOpens = 6;       // queue objects an input may construct, refused ones included
 constexpr int kDrainLimit = 4096;  // receives within which a ring must come to its end
@@ -175,13 +178,14 @@ class Run {
  private:
   // One call of a queue object. What it took from the rings is counted (a call inside another,
   // a peer that takes while the sender sleeps, counts its own: the tail may pass the whole ring
-  // many times in the outer call, never in one receive); allocations are watched throughout the
-  // outermost.
+  // many times in the outer call, never in one receive); its allocations are watched, and the
+  // largest of the outermost call and those inside it is held against that.
   class Call {
    public:
     explicit Call(Run& run) : run_(run) {
       for (int r = 0; r < 2; ++r) tails_[r] = run_.TailWord(r);
-      if (run_.depth_++ == 0) qp::WatchAllocations(true);
+      if (run_.depth_++ == 0) qp::ResetLargestAllocation();
+      qp::WatchAllocations(true);
     }
     ~Call() {
       for (int r = 0; r < 2; ++r) {
@@ -191,8 +195,8 @@ class Run {
                        : now != tails_[r]                         ? run_.capacity_
                                                                   : 0;
       }
-      if (--run_.depth_ != 0) return;
       qp::WatchAllocations(false);
+      if (--run_.depth_ != 0) return;
       // A message in fragments grows its storage by doubling, never past twice what arrived,
       // and the string may double what it is asked for once more.
       const std::size_t bound =
@@ -492,9 +496,13 @@ class Run {
     Send(place, type, Pattern(static_cast<std::size_t>(size < 0 ? 0 : size), ++sends_), peerTakes);
   }
 
+  // While the sender sleeps, its peer takes everything there is (the target's own work meanwhile
+  // is not the queue's: its allocations are not watched).
   static void PeerTakes(void* context) {
     Run& run = *static_cast<Run*>(context);
+    qp::WatchAllocations(false);
     if (run.party_[run.taker_]) run.Drain(run.taker_);
+    qp::WatchAllocations(true);
   }
 
   int Send(int place, int type, const std::string& data, bool peerTakes) {

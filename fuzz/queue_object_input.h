@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 
 namespace conflink::fuzz::queue_input {
@@ -91,6 +92,11 @@ enum Constant : std::uint8_t {
 // Where a kPokeRecord step writes: the record the consumer reads next, the one written last into
 // that ring (by a send or an injection), or where the producer writes next.
 enum RecordPlace : std::uint8_t { kAtTail, kAtLastWritten, kAtHead, kRecordPlaceCount };
+
+// The flags of a record header, as a kInjectRecord step gives them (queue_ring.h's kRecordFirst
+// and kRecordLast).
+constexpr std::uint8_t kRecordFirstFlag = 1;
+constexpr std::uint8_t kRecordLastFlag = 2;
 
 // Timeouts a kReceiveFor step picks from (milliseconds; the target's clock is simulated, so a
 // timeout costs no real time).
