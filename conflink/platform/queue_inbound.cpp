@@ -103,7 +103,9 @@ void Inbound::Pump(std::size_t want, Delivery* direct) {
     }
     const std::size_t before = Held(direct);
     Drain(head, want - before, direct, true);
-    if (Held(direct) == before) break;
+    // The head may be one read earlier: records taken up to it that gave nothing (a fragment, a
+    // stray) do not mean that nothing more was published.
+    if (Held(direct) == before && !RingHasData()) break;
   }
 }
 
