@@ -122,6 +122,12 @@ TEST_F(QueueCorruption, DamagedIndicesAndHeadersFailCleanlyAndRecover) {
       {"tail outside the index range (the sender goes by the tail it last read, which shows room)",
        [](QueueCorruption& t, std::uint32_t) { t.seg().consumer[0].tail.store(0x80000000u); },
        kQueueOk},
+      {"head and tail both outside the index range (each side waits for the other to repair)",
+       [](QueueCorruption& t, std::uint32_t) {
+         t.seg().producer[0].head.store(0xfffffff0u);
+         t.seg().consumer[0].tail.store(0x80000000u);
+       },
+       kQueueCorrupt},
       {"head inside a record header",
        [](QueueCorruption& t, std::uint32_t v) {
          t.seg().producer[0].head.store(t.ring().index().Advance(v, 7));
