@@ -23,6 +23,7 @@
 #include <conflink/cgi/cgi_messages.h>
 #include <conflink/messaging/shared_messages.h>
 #include "fuzz/fuzz_support.h"
+#include "fuzz/queue_object_input.h"
 #include "tests/support/cc_recorder.h"
 #include "tests/support/cgi_recorder.h"
 #include "tests/support/fake_platform.h"
@@ -153,6 +154,46 @@ void writeRecords(const fs::path& dir, std::index_sequence<I...>) {
   (one(I, static_cast<std::tuple_element_t<I, conflink::fuzz::Records>*>(nullptr)), ...);
 }
 
+// Sequences that a queue carries without damage, on every ring size: messages of sizes about a
+// single record's limit and of several rings (in fragments, while the peer takes; given up,
+// while it does not), both ways, around a party that leaves and one that joins, an interrupted
+// receive, and a message in fragments written into the ring as its producer would.
+void writeQueueObjectSeeds(const fs::path& dir) {
+  namespace qi = conflink::fuzz::queue_input;
+  for (std::uint8_t ring = 0; ring < qi::kCapacityChoices; ++ring) {
+    const std::string suffix = "-ring" + std::to_string(ring);
+    qi::InputWriter limit(ring);
+    limit.Peek(0).Peek(1);
+    for (std::int8_t delta : {-1, 0, 1}) limit.SendNearRecordLimit(0, delta, false).Peek(1);
+    limit.SendNearRecordLimit(1, 1, true).Counters(0).Peek(0).Counters(1);
+    write(dir / ("record-limit" + suffix), limit.bytes());
+
+    qi::InputWriter fragments(ring);
+    fragments.SendRings(0, 2, 5, true).Peek(1).Peek(1).SendRings(1, 3, -3, true).Peek(0);
+    fragments.SendRings(0, 1, 0, false).Peek(1).SendSmall(0, 10).Peek(1).ReceiveFor(1, 0);
+    write(dir / ("fragments" + suffix), fragments.bytes());
+  }
+  qi::InputWriter bothWays(1);
+  for (int i = 0; i < 4; ++i) bothWays.SendSmall(0, 30).SendSmall(1, 20);
+  bothWays.Counters(0).Peek(1).Peek(1).Peek(0).SendSmall(1, 60, true).Peek(0).Peek(0).Peek(1);
+  write(dir / "both-ways", bothWays.bytes());
+
+  qi::InputWriter comings(2);
+  comings.SendSmall(0, 40).Leave(1).SendSmall(0, 41).Join().Peek(1).Peek(1).Peek(1);
+  comings.SendSmall(1, 5).Leave(0).Peek(1).Join().Join().Peek(1).Peek(0).Counters(0);
+  write(dir / "leave-and-join", comings.bytes());
+
+  qi::InputWriter interrupted(0);
+  interrupted.InterruptedReceive(0, true).SendSmall(1, 3).InterruptedReceive(0, false);
+  interrupted.ReceiveFor(0, 2).ReceiveFor(0, 1);
+  write(dir / "interrupted", interrupted.bytes());
+
+  qi::InputWriter injected(2);
+  injected.Peek(1).Inject(0, qi::kRecordFirstFlag, 1, 9, 100, 50);
+  injected.Inject(0, qi::kRecordLastFlag, 2, 9, 100, 50).Peek(1).SendSmall(0, 7).Peek(1);
+  write(dir / "injected-fragments", injected.bytes());
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -162,7 +203,7 @@ int main(int argc, char** argv) {
   }
   const fs::path root = argv[1];
   for (const char* target : {"cc_dispatch", "cgi_dispatch", "describe", "decode_input",
-                             "conference_params", "records"}) {
+                             "conference_params", "records", "queue_object"}) {
     fs::remove_all(root / target);
     fs::create_directories(root / target);
   }
@@ -191,5 +232,6 @@ int main(int argc, char** argv) {
   write(root / "conference_params" / "empty", empty);
 
   writeRecords(root / "records", std::make_index_sequence<conflink::fuzz::kRecordCount>());
+  writeQueueObjectSeeds(root / "queue_object");
   return complete ? 0 : 1;
 }

@@ -122,6 +122,12 @@ TEST_F(QueueCorruption, DamagedIndicesAndHeadersFailCleanlyAndRecover) {
       {"tail outside the index range (the sender goes by the tail it last read, which shows room)",
        [](QueueCorruption& t, std::uint32_t) { t.seg().consumer[0].tail.store(0x80000000u); },
        kQueueOk},
+      {"head and tail both outside the index range (each side waits for the other to repair)",
+       [](QueueCorruption& t, std::uint32_t) {
+         t.seg().producer[0].head.store(0xfffffff0u);
+         t.seg().consumer[0].tail.store(0x80000000u);
+       },
+       kQueueCorrupt},
       {"head inside a record header",
        [](QueueCorruption& t, std::uint32_t v) {
          t.seg().producer[0].head.store(t.ring().index().Advance(v, 7));
@@ -224,6 +230,19 @@ TEST_F(QueueCorruption, HostileFragmentSequencesNeverBecomeMessages) {
       {"a stray last fragment is skipped",
        [&](QueueCorruption& t) { t.Inject(kRecordLast, 7, 9, 50, half); },
        {}},
+      {"a message sent after a skipped fragment is not hidden from the next poll",
+       [&](QueueCorruption& t) {
+         // The poll that takes the first message reads the head past the stray fragment; the
+         // second message goes beyond that head.
+         ASSERT_EQ(t.Send(5, "first"), kQueueOk);
+         t.Inject(kRecordLast, 7, 9, 50, half);
+         int type = 0;
+         std::string data;
+         ASSERT_EQ(t.receiver_->PeekMessage(&type, &data), kQueueOk);
+         EXPECT_EQ(data, "first");
+         ASSERT_EQ(t.Send(5, "second"), kQueueOk);
+       },
+       {5}},
       {"an abandoned message is dropped, its late fragment skipped",
        [&](QueueCorruption& t) {
          t.Inject(kRecordFirst, 3, 9, 100, half);

@@ -103,7 +103,9 @@ void Inbound::Pump(std::size_t want, Delivery* direct) {
     }
     const std::size_t before = Held(direct);
     Drain(head, want - before, direct, true);
-    if (Held(direct) == before) break;
+    // The head may be one read earlier: records taken up to it that gave nothing (a fragment, a
+    // stray) do not mean that nothing more was published.
+    if (Held(direct) == before && !RingHasData()) break;
   }
 }
 
@@ -149,11 +151,13 @@ bool Inbound::Drain(std::uint32_t limit, std::size_t want, Delivery* direct, boo
       if (index.Valid(head)) {
         Consumed(head);  // start again from what the producer publishes next
       } else {
-        // Only the producer can repair its head (it does on its next send); until it changes,
-        // this state is not reported again.
+        // Only the producer can repair its head: on its next send it takes our tail, which must
+        // be one it can take. Until the head changes, this state is not reported again.
+        const std::uint32_t repaired = index.Valid(tail) ? tail : 0;
+        if (repaired != tail) Consumed(repaired);
         stuck_ = true;
         stuckHead_ = head;
-        stuckTail_ = tail;
+        stuckTail_ = repaired;
       }
       return false;
     }
