@@ -101,7 +101,9 @@ enum class Poll { kPeek, kReceiveFor };
 
 class Run {
  public:
-  explicit Run(std::uint32_t capacity) : capacity_(capacity), index_(capacity) {
+  // `asked` is the capacity the parties ask for: the largest record; the rings are larger.
+  explicit Run(std::uint32_t asked)
+      : asked_(asked), capacity_(q::RingBytesFor(asked)), index_(q::RingBytesFor(asked)) {
     shm_unlink(ObjectName().c_str());
     Join();
     Join();
@@ -215,7 +217,8 @@ class Run {
   [[noreturn]] void Fail(const char* property, const std::string& detail) {
     shm_unlink(ObjectName().c_str());
     const std::size_t shown = 16 * 1024;  // the last steps are the ones that tell
-    conflink::fuzz::fail(property, detail + "\ncapacity " + std::to_string(capacity_) + ", steps" +
+    conflink::fuzz::fail(property, detail + "\ncapacity " + std::to_string(asked_) + " (rings of " +
+                                       std::to_string(capacity_) + ")" + ", steps" +
                                        (log_.size() > shown ? " (the last)" : "") + ":\n" +
                                        log_.substr(log_.size() > shown ? log_.size() - shown : 0));
   }
@@ -415,7 +418,7 @@ class Run {
     const int place = !party_[0] ? 0 : !party_[1] ? 1 : -1;
     const bool fresh = !party_[0] && !party_[1];
     auto joiner =
-        std::make_unique<CyclicMessageQueue>(kQueueNumber, Key().c_str(), capacity_, nullptr);
+        std::make_unique<CyclicMessageQueue>(kQueueNumber, Key().c_str(), asked_, nullptr);
     log_ += "join -> " + std::to_string(joiner->IsConnected()) + "\n";
     if (place < 0) {
       if (joiner->IsConnected()) Fail("a third party is refused", "");
@@ -425,7 +428,7 @@ class Run {
       if (clean_) Fail("a party takes a free place of an undamaged queue", joiner->LastError());
       return;
     }
-    if (std::strlen(joiner->LastError()) != 0 || joiner->Capacity() != capacity_)
+    if (std::strlen(joiner->LastError()) != 0 || joiner->Capacity() != asked_)
       Fail("a party that took its place reports no error and its capacity", joiner->LastError());
     party_[place] = std::move(joiner);
     connected_[place] = false;
@@ -480,7 +483,7 @@ class Run {
         size = in.u8();
         break;
       case qi::kSizeNearRecordLimit:
-        size = static_cast<std::int64_t>(capacity_ - q::kRecordHeaderBytes) +
+        size = static_cast<std::int64_t>(asked_ - q::kRecordHeaderBytes) +
                static_cast<std::int8_t>(in.u8());
         break;
       case qi::kSizeNearRings: {
@@ -691,7 +694,8 @@ class Run {
            std::to_string(online));
   }
 
-  const std::uint32_t capacity_;
+  const std::uint32_t asked_;
+  const std::uint32_t capacity_;  // of each ring
   const q::RingIndex index_;
   std::unique_ptr<CyclicMessageQueue> party_[2];
   unsigned char* view_ = nullptr;
@@ -721,7 +725,8 @@ std::uint32_t CapacityFor(std::uint8_t choice) {
   if (pick < 3) return qi::kFixedCapacities[pick];
   // The whole object fills one page, so that the byte after it is a guard page's.
   const auto page = static_cast<std::uint32_t>(sysconf(_SC_PAGESIZE));
-  return (page - static_cast<std::uint32_t>(sizeof(q::Segment))) / 2;
+  static_assert(sizeof(q::Segment) % (2 * q::kRingRecords) == 0, "rings that fill the page");
+  return (page - static_cast<std::uint32_t>(sizeof(q::Segment))) / (2 * q::kRingRecords);
 }
 
 }  // namespace

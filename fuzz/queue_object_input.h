@@ -13,8 +13,9 @@
 
 namespace conflink::fuzz::queue_input {
 
-// Ring sizes an input picks from with its first byte. The last is chosen at run time so that the
-// whole object fills whole pages and an access past its end meets a guard page.
+// Capacities (the largest record; each ring holds sixteen) an input picks from with its first
+// byte. The last is chosen at run time so that the whole object fills one page and an access past
+// its end meets a guard page.
 constexpr std::uint32_t kFixedCapacities[] = {64, 100, 256};
 constexpr int kCapacityChoices = 4;
 

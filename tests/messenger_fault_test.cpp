@@ -260,12 +260,15 @@ TEST_F(MessengerFaults, AReplyAlteredInTheQueueReachesErrorNotAHandler) {
     if (!ps.Connect(100, 10)) return 10;
     const int fd = shm_open(QueueObjectName(queue, "/bin/ping").c_str(), O_RDWR, 0);
     if (fd < 0) return 11;
-    const std::size_t bytes = queue::SegmentBytes(32768);
+    // The messengers ask for records of 32768 bytes; the rings hold several.
+    const std::uint32_t ringBytes = queue::RingBytesFor(32768);
+    const std::size_t bytes = queue::SegmentBytes(ringBytes);
     void* p = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
     close(fd);
     if (p == MAP_FAILED) return 12;
     auto* seg = static_cast<queue::Segment*>(p);
-    queue::RingBytes ring(static_cast<unsigned char*>(p) + queue::RingOffset(32768, 1), 32768);
+    queue::RingBytes ring(static_cast<unsigned char*>(p) + queue::RingOffset(ringBytes, 1),
+                          ringBytes);
     const std::uint32_t at = seg->producer[1].head.load();
     const std::string block(100, 'b');
     if (ps.SendConferenceParam(1, static_cast<ConferenceParamType>(4), 100, block.data()) <= 0)
