@@ -24,6 +24,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
+#include <algorithm>
 #include <cstring>
 #include <deque>
 #include <memory>
@@ -551,7 +552,11 @@ class Run {
     if (result != kQueueOk && std::strlen(party.LastError()) == 0)
       Fail("a failed send says why", std::to_string(result));
     if (clean_) {
-      const bool fits = free >= data.size() + q::kRecordHeaderBytes;
+      // A message goes in records of at most the capacity, each with its header.
+      const std::uint64_t perRecord = std::min(asked_, capacity_) - q::kRecordHeaderBytes;
+      const std::uint64_t records =
+          data.empty() ? 1 : (static_cast<std::uint64_t>(data.size()) + perRecord - 1) / perRecord;
+      const bool fits = free >= data.size() + records * q::kRecordHeaderBytes;
       const int expected = fits || (party_[to] && peerTakes) ? kQueueOk
                            : !party_[to]                     ? kQueuePeerAbsentFull
                                                              : kQueuePeerStalled;
