@@ -17,7 +17,8 @@ bool AwaitPeer(CyclicMessageQueue& q) {
 }
 
 // Both parties send 4 MiB to each other at the same moment: each must keep taking while it
-// waits for room, or both wait forever.
+// waits for room, or both wait forever. (Whether anything of the peer's message has arrived when
+// a send returns depends on the timing: a slow peer may take the whole message before it writes.)
 TEST(QueueTransfer, LargeMessagesCrossingEachOtherBothComplete) {
   TestQueueName name;
   constexpr std::size_t kSize = 4u << 20;
@@ -38,7 +39,6 @@ TEST(QueueTransfer, LargeMessagesCrossingEachOtherBothComplete) {
   std::string out = Pattern(kSize, 1);
   const int type = 1;
   ASSERT_EQ(q->Send(&type, &out), kQueueOk) << q->LastError();
-  EXPECT_GT(q->PendingBytes(), 0u) << "what arrived while sending is held locally";
   std::string in;
   ASSERT_EQ(ReceiveType(*q, &in, 20000), 2);
   EXPECT_TRUE(in == Pattern(kSize, 2));
