@@ -2,6 +2,11 @@
 // that wrap at the ring's end, record header checks, object naming and result texts.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <climits>
 #include <set>
 #include <vector>
@@ -11,6 +16,9 @@
 
 namespace conflink::testing {
 namespace {
+
+// The messengers' capacity: the object is a megabyte, so a lazily backed one would show clearly.
+constexpr unsigned int kMessengerCapacityForTests = 32768;
 
 using queue::RecordFault;
 using queue::RecordHeader;
@@ -145,6 +153,24 @@ TEST(QueueOpening, UnusableCapacitiesAreRefusedWithAReason) {
     EXPECT_EQ(q->PeekMessage(&type, &buffer), kQueueNotConnected);
   }
   EXPECT_EQ(name.Open(kMinQueueCapacity)->IsConnected(), 1) << "the smallest capacity works";
+}
+
+// The rings' pages are taken when the object is made, not at the first lap of each ring (a
+// first touch of a page costs a fault in the middle of a hand-off, and a full /dev/shm would
+// only show as a SIGBUS there).
+TEST(QueueOpening, AFreshObjectHasAllItsMemoryReserved) {
+  TestQueueName name;
+  auto q = name.Open(kMessengerCapacityForTests);
+  ASSERT_EQ(q->IsConnected(), 1) << q->LastError();
+  const int fd = shm_open(name.Object().c_str(), O_RDONLY, 0);
+  ASSERT_GE(fd, 0);
+  struct stat st {};
+  ASSERT_EQ(fstat(fd, &st), 0);
+  close(fd);
+  EXPECT_EQ(static_cast<std::size_t>(st.st_size),
+            queue::SegmentBytes(queue::RingBytesFor(kMessengerCapacityForTests)));
+  EXPECT_GE(static_cast<std::size_t>(st.st_blocks) * 512, static_cast<std::size_t>(st.st_size))
+      << "only " << st.st_blocks * 512 << " of " << st.st_size << " bytes are backed";
 }
 
 }  // namespace
