@@ -10,7 +10,8 @@
 // - The shared state is one POSIX shared-memory object (see QueueObjectName), mode 0600, holding
 //   a ring per direction with lock-free 32-bit head and tail words. `capacity` is the largest
 //   record (header included); each ring holds sixteen of those (at most 256 MiB), so the
-//   messengers' 32 KiB make 512 KiB rings, 1 MiB of shared memory per queue.
+//   messengers' 32 KiB make 512 KiB rings, 1 MiB of shared memory per queue. The object's memory
+//   is all taken when it is made: a full /dev/shm is an error at open, never a SIGBUS later.
 // - Messages travel as records; one larger than a record travels in fragments and is
 //   reassembled; it is delivered whole or not at all.
 // - A waiting party spins briefly, only while the peer can answer (it runs on another

@@ -75,9 +75,9 @@ struct Segment {
 // large message needs few hand-offs between the parties (each may wait for a processor on a busy
 // machine) and a stream of small ones rarely finds the ring full. The messengers' 32 KiB make
 // 512 KiB rings, 1 MiB of shared memory per queue. (Larger rings move big messages faster on a
-// busy machine still, but spread small messages over more cache lines: the round trip's tail
-// grows.) The ring never exceeds kMaxRingBytes (its
-// indices must fold within 32 bits), nor falls below the capacity. An out-of-range capacity is
+// busy machine still, but the memory is taken whole when the object is made, and on the target
+// it is scarce.) The ring never exceeds kMaxRingBytes (its indices must fold within 32 bits),
+// nor falls below the capacity. An out-of-range capacity is
 // passed through unchanged, for the caller's range check to refuse.
 constexpr std::uint32_t kRingRecords = 16;
 constexpr std::uint32_t kMaxRingBytes = 256u * 1024u * 1024u;
