@@ -25,6 +25,7 @@ using conflink::queue::RemoveOutcome;
 
 constexpr int kExitFailed = 1;
 constexpr int kExitUsage = 2;
+constexpr int kExitFindings = 3;  // inspected, and something in the queue is not as it should be
 
 const char kUsage[] =
     "usage: conflink_queue list\n"
@@ -47,9 +48,10 @@ const char kHelp[] =
     "or given as a path under /dev/shm), or by its queue number and key path, e.g. `7 /bin/ping`.\n"
     "Inspecting never attaches to the queue and writes nothing to it.\n"
     "\n"
-    "Exit status: 0 done; 1 the operation failed (no such queue, a removal refused while a\n"
-    "live party holds the queue, a damaged object), with the reason on standard error;\n"
-    "2 bad usage.\n"
+    "Exit status: 0 done (for inspect: no inconsistency found); 1 the operation failed (no\n"
+    "such queue, a removal refused while a live party holds the queue, an object that is no\n"
+    "queue), with the reason on standard error; 2 bad usage; 3 inspect found something to\n"
+    "report (a dead party still attached, damaged indices or records), listed as findings.\n"
     "\n"
     "  $ conflink_queue inspect 7 /bin/ping\n"
     "  $ conflink_queue remove 7 /bin/ping\n";
@@ -220,7 +222,7 @@ int Inspect(const std::vector<std::string>& operands) {
     std::printf("\nfindings:\n");
     for (const std::string& f : report.findings) std::printf("  - %s\n", f.c_str());
   }
-  return 0;
+  return report.findings.empty() ? 0 : kExitFindings;
 }
 
 int Remove(std::vector<std::string> operands) {
