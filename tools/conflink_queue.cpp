@@ -49,9 +49,10 @@ const char kHelp[] =
     "Inspecting never attaches to the queue and writes nothing to it.\n"
     "\n"
     "Exit status: 0 done (for inspect: no inconsistency found); 1 the operation failed (no\n"
-    "such queue, a removal refused while a live party holds the queue, an object that is no\n"
-    "queue), with the reason on standard error; 2 bad usage; 3 inspect found something to\n"
-    "report (a dead party still attached, damaged indices or records), listed as findings.\n"
+    "such queue, a removal refused while a live party holds the queue, an object that cannot\n"
+    "be read as a queue), with the reason on standard error; 2 bad usage; 3 inspect found\n"
+    "something to report (a dead party still attached, damaged indices or records), listed\n"
+    "as findings.\n"
     "\n"
     "  $ conflink_queue inspect 7 /bin/ping\n"
     "  $ conflink_queue remove 7 /bin/ping\n";
