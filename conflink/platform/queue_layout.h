@@ -38,8 +38,9 @@ struct alignas(kCacheLine) SegmentHeader {
 // that took the place, so the peer can tell a restarted party from the one it knew. The party
 // sleeps on `bell` after setting `waiting`; whoever changes something the party may wait for
 // bumps `bell` and wakes it, but only when `waiting` says it sleeps. `cpu` is one more than the
-// processor the party last ran on when a wait ended (0: not known), so that the peer does not
-// spin for an answer that needs the very processor it spins on. `roomWanted` is the free space
+// processor the party last ran on when a wait began or ended (0: not known), so that the peer
+// does not spin for an answer that needs the very processor it spins on, but hands it over.
+// `roomWanted` is the free space
 // of its outbound ring that a party waiting for room waits for: the consumer rings it only once
 // that much is free, not for every record it takes.
 struct alignas(kCacheLine) PartyBlock {

@@ -1,5 +1,8 @@
 // Messages between two processes: sizes from empty to many times the ring, order, both
 // directions at once, and a stress of many small messages.
+#include <sched.h>
+#include <sys/resource.h>
+
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -140,6 +143,66 @@ TEST(QueueTransfer, PingPongAfterPausesNeverLosesAWakeUp) {
   const auto elapsed = std::chrono::steady_clock::now() - start;
   EXPECT_LT(elapsed, std::chrono::seconds(4)) << "answers waited for the sleepers' timeouts";
   EXPECT_EQ(child.wait(), 0);
+}
+
+// Two parties on one processor (as a busy machine often places them) hand it to each other for
+// every message: the waiting one yields to its runnable peer instead of sleeping on its bell, so
+// that neither pays a sleep and a wake-up per message. Counted in voluntary context switches,
+// which only sleeping makes; before the hand-over each round trip cost each party one.
+TEST(QueueTransfer, PartiesSharingOneProcessorHandItOverWithoutSleeping) {
+  cpu_set_t before;
+  ASSERT_EQ(sched_getaffinity(0, sizeof before, &before), 0);
+  cpu_set_t one;
+  CPU_ZERO(&one);
+  for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
+    if (CPU_ISSET(cpu, &before)) {
+      CPU_SET(cpu, &one);
+      break;
+    }
+  }
+  if (sched_setaffinity(0, sizeof one, &one) != 0) GTEST_SKIP() << "cannot pin to one processor";
+  struct Restore {
+    cpu_set_t set;
+    ~Restore() { sched_setaffinity(0, sizeof set, &set); }
+  } restore{before};
+  auto sleeps = [] {
+    rusage usage{};
+    getrusage(RUSAGE_THREAD, &usage);
+    return static_cast<int>(usage.ru_nvcsw);
+  };
+  constexpr int kRounds = 2000;
+  constexpr int kWarmUp = 100;
+  TestQueueName name;
+  ChildProcess child([&] {  // answers, then reports how often it slept while answering
+    auto q = name.Open();
+    if (!AwaitPeer(*q)) return 1;
+    int start = 0;
+    for (int i = 0; i < kWarmUp + kRounds; ++i) {
+      if (i == kWarmUp) start = sleeps();
+      std::string data;
+      if (ReceiveType(*q, &data, 10000) != i || q->Send(&i, &data) != kQueueOk) return 2;
+    }
+    int slept = sleeps() - start;
+    std::string none;
+    return q->Send(&slept, &none) == kQueueOk ? 0 : 3;
+  });
+  auto q = name.Open();
+  ASSERT_TRUE(AwaitPeer(*q));
+  int start = 0;
+  for (int i = 0; i < kWarmUp + kRounds; ++i) {
+    if (i == kWarmUp) start = sleeps();
+    std::string data = Pattern(16, static_cast<std::uint32_t>(i));
+    ASSERT_EQ(q->Send(&i, &data), kQueueOk) << q->LastError();
+    std::string answer;
+    ASSERT_EQ(ReceiveType(*q, &answer, 10000), i);
+    ASSERT_EQ(answer, data);
+  }
+  const int slept = sleeps() - start;
+  const int answererSlept = ReceiveType(*q);
+  EXPECT_EQ(child.wait(), 0);
+  EXPECT_LT(slept, kRounds / 10) << "the asking party slept " << slept << " times";
+  EXPECT_LT(answererSlept, kRounds / 10)
+      << "the answering party slept " << answererSlept << " times";
 }
 
 // Misuse is refused with its own code and leaves the queue working.

@@ -72,6 +72,10 @@ std::uint32_t CurrentCpuMark() {
   return cpu < 0 ? 0 : static_cast<std::uint32_t>(cpu) + 1;
 }
 
+void YieldProcessor() {
+  sched_yield();
+}
+
 void CpuRelax() {
 #if defined(__x86_64__) || defined(__i386__)
   __builtin_ia32_pause();

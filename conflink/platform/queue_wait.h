@@ -2,12 +2,14 @@
 //
 // Each party has a doorbell in shared memory (PartyBlock: `bell` and `waiting`). A party that
 // must wait (for data, for free space, for the peer) first spins briefly on a multi-processor
-// machine (for a time that adapts to how waits end, see SpinBudget), then announces the wait,
-// fences, checks its condition once more and only then sleeps on the bell with a timeout. A party
-// that changes something fences and rings the peer's bell only when the peer announced a wait, so
-// the fast path costs no system call. Announcing before the last check, and the futex comparing the
-// bell word inside the kernel, leave no window in which a wake-up can be lost; the timeout is the
-// last guard and lets the sleeper look at the peer's liveness regularly.
+// machine (for a time that adapts to how waits end, see SpinBudget), or, when the peer is
+// runnable on the party's own processor, hands that processor over to it (see HandOver); then
+// announces the wait, fences, checks its condition once more and only then sleeps on the bell
+// with a timeout. A party that changes something fences and rings the peer's bell only when the
+// peer announced a wait, so the fast path costs no system call. Announcing before the last check,
+// and the futex comparing the bell word inside the kernel, leave no window in which a wake-up can
+// be lost; the timeout is the last guard and lets the sleeper look at the peer's liveness
+// regularly.
 #pragma once
 
 #include <climits>
@@ -83,6 +85,20 @@ class SpinBudget {
 template <typename Ready>
 bool Spin(SpinBudget& budget, const PartyBlock& peer, std::uint32_t mine, Ready& ready);
 
+// When the peer last ran on the caller's processor and has not gone to sleep on its bell, it is
+// runnable there (preempted by the caller, or rung and waiting for the processor): what the caller
+// waits for comes only once it gives that processor up. Yielding gives it up without the cost of
+// sleeping: no futex wait here, and no wake-up for the peer to pay when it answers, since the
+// caller never announced a wait. Two processes that share a processor (a busy machine puts them
+// together) then hand it to each other once per message; sleeping cost a futex wait and a wake-up
+// on top of that. Yields until `ready()` holds (true) or the peer is no longer seen runnable here,
+// at most kHandOverYields times (false): a peer that in fact waits elsewhere (in another system
+// call, or moved to another processor without a wait since) would let every other process of this
+// processor run first at each yield, so the caller then sleeps on its bell as usual.
+constexpr unsigned kHandOverYields = 4;
+template <typename Ready>
+bool HandOver(const PartyBlock& peer, std::uint32_t mine, Ready& ready);
+
 // The caller's side of a doorbell: waits until `ready()` holds, `timeoutMs` passes, or the bell
 // is rung for another reason. Returns whether `ready()` held when it returned. `ready` reads
 // shared or local words only (no system calls): it runs in the spin loop.
@@ -107,6 +123,8 @@ void RingAlways(PartyBlock& party);
 // --- implementation of the template ---
 
 void CpuRelax();
+// Gives the processor to another runnable process, if there is one (sched_yield).
+void YieldProcessor();
 
 // The full fence between announcing a change and looking at the other side's announcement.
 inline void FullFence() {
@@ -153,6 +171,20 @@ bool Spin(SpinBudget& budget, const PartyBlock& peer, std::uint32_t mine, Ready&
   }
 }
 
+inline bool PeerRunnableHere(const PartyBlock& peer, std::uint32_t mine) {
+  return mine != 0 && peer.cpu.load(std::memory_order_relaxed) == mine &&
+         !AsleepUnrung(peer.waiting.load(std::memory_order_relaxed));
+}
+
+template <typename Ready>
+bool HandOver(const PartyBlock& peer, std::uint32_t mine, Ready& ready) {
+  for (unsigned i = 0; i < kHandOverYields && PeerRunnableHere(peer, mine); ++i) {
+    YieldProcessor();
+    if (ready()) return true;
+  }
+  return false;
+}
+
 // Publishes where the party runs now, for the peer's spin (see PartyBlock::cpu); returns it.
 inline std::uint32_t NoteCpu(PartyBlock& self) {
   const std::uint32_t mark = CurrentCpuMark();
@@ -165,8 +197,10 @@ template <typename Ready>
 bool WaitOnBell(PartyBlock& self, const PartyBlock& peer, SpinBudget& spin, std::uint32_t reasons,
                 Ready&& ready, int timeoutMs) {
   if (ready()) return true;
-  if (SpinWorthwhile() && Spin(spin, peer, NoteCpu(self), ready)) return true;
+  const std::uint32_t mine = NoteCpu(self);
+  if (SpinWorthwhile() && Spin(spin, peer, mine, ready)) return true;
   if (timeoutMs <= 0) return false;
+  if (HandOver(peer, mine, ready)) return true;
   const std::uint32_t bell = self.bell.load(std::memory_order_acquire);
   self.waiting.store(reasons, std::memory_order_release);  // after roomWanted, if any
   FullFence();
