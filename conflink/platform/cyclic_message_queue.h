@@ -15,8 +15,9 @@
 // - Messages travel as records; one larger than a record travels in fragments and is
 //   reassembled; it is delivered whole or not at all.
 // - A waiting party spins briefly, only while the peer can answer (it runs on another
-//   processor), then sleeps on a futex word of its own, woken by the peer only when it announced
-//   a wait for what the peer changed, and always with a timeout.
+//   processor); when the peer is runnable on the party's own processor it yields that processor
+//   to it a few times instead; then it sleeps on a futex word of its own, woken by the peer only
+//   when it announced a wait for what the peer changed, and always with a timeout.
 // - Each party holds a kernel lock on a byte of the object while attached; its release, on close
 //   or death, is how the peer learns of a departure.
 //
