@@ -103,6 +103,7 @@ int CyclicMessageQueue::State::Receive(int* type, std::string* buffer, int timeo
   // The clock is read only once a timed receive has to wait: most receives do not.
   std::int64_t deadline = -1;
   std::uint32_t assembled = 0;  // of a message in fragments, when a poll last saw it grow
+  bool handedOver = false;      // a poll gives its processor to a peer that shares it once
   for (;;) {
     if (timeoutMs != kNoWait && interrupts.load(std::memory_order_acquire) != 0) {
       interrupts.store(0, std::memory_order_relaxed);
@@ -118,7 +119,12 @@ int CyclicMessageQueue::State::Receive(int* type, std::string* buffer, int timeo
     if (timeoutMs == kNoWait) {
       // A poll that finds a message begun waits for the rest while it keeps coming, so that a
       // message larger than the ring arrives at the pace of its sender, not of the polls.
-      if (!inbound.Assembling()) return kQueueEmpty;
+      if (!inbound.Assembling()) {
+        if (handedOver) return kQueueEmpty;
+        handedOver = true;
+        if (!queue::HandOverFromPoll(attachment.self(), attachment.peer())) return kQueueEmpty;
+        continue;
+      }
       const std::uint32_t have = inbound.AssembledBytes();
       const std::int64_t now = queue::MonotonicMs();
       if (deadline < 0 || have != assembled) {

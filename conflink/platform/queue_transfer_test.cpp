@@ -145,26 +145,41 @@ TEST(QueueTransfer, PingPongAfterPausesNeverLosesAWakeUp) {
   EXPECT_EQ(child.wait(), 0);
 }
 
+// Keeps this process, and the children it forks meanwhile, on one processor (the first it may
+// use) until it goes.
+class PinnedToOneProcessor {
+ public:
+  PinnedToOneProcessor() {
+    if (sched_getaffinity(0, sizeof before_, &before_) != 0) return;
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
+      if (CPU_ISSET(cpu, &before_)) {
+        CPU_SET(cpu, &one);
+        break;
+      }
+    }
+    ok_ = sched_setaffinity(0, sizeof one, &one) == 0;
+  }
+  ~PinnedToOneProcessor() {
+    if (ok_) sched_setaffinity(0, sizeof before_, &before_);
+  }
+  PinnedToOneProcessor(const PinnedToOneProcessor&) = delete;
+  PinnedToOneProcessor& operator=(const PinnedToOneProcessor&) = delete;
+  bool ok() const { return ok_; }
+
+ private:
+  cpu_set_t before_{};
+  bool ok_ = false;
+};
+
 // Two parties on one processor (as a busy machine often places them) hand it to each other for
 // every message: the waiting one yields to its runnable peer instead of sleeping on its bell, so
 // that neither pays a sleep and a wake-up per message. Counted in voluntary context switches,
 // which only sleeping makes; before the hand-over each round trip cost each party one.
 TEST(QueueTransfer, PartiesSharingOneProcessorHandItOverWithoutSleeping) {
-  cpu_set_t before;
-  ASSERT_EQ(sched_getaffinity(0, sizeof before, &before), 0);
-  cpu_set_t one;
-  CPU_ZERO(&one);
-  for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
-    if (CPU_ISSET(cpu, &before)) {
-      CPU_SET(cpu, &one);
-      break;
-    }
-  }
-  if (sched_setaffinity(0, sizeof one, &one) != 0) GTEST_SKIP() << "cannot pin to one processor";
-  struct Restore {
-    cpu_set_t set;
-    ~Restore() { sched_setaffinity(0, sizeof set, &set); }
-  } restore{before};
+  PinnedToOneProcessor pinned;
+  if (!pinned.ok()) GTEST_SKIP() << "cannot pin to one processor";
   auto sleeps = [] {
     rusage usage{};
     getrusage(RUSAGE_THREAD, &usage);
@@ -203,6 +218,50 @@ TEST(QueueTransfer, PartiesSharingOneProcessorHandItOverWithoutSleeping) {
   EXPECT_LT(slept, kRounds / 10) << "the asking party slept " << slept << " times";
   EXPECT_LT(answererSlept, kRounds / 10)
       << "the answering party slept " << answererSlept << " times";
+}
+
+// The same for two parties that poll (PeekMessage) without ever waiting: an empty poll yields
+// to a peer that shares the processor. Without that, each polled through its whole time slice
+// while the other, which alone could answer, waited: a round trip per two slices, seconds for
+// what takes milliseconds. The deadline only bounds a failing run.
+TEST(QueueTransfer, PollingPartiesSharingOneProcessorHandItOver) {
+  PinnedToOneProcessor pinned;
+  if (!pinned.ok()) GTEST_SKIP() << "cannot pin to one processor";
+  constexpr int kRounds = 2000;
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(3);
+  auto poll = [&](CyclicMessageQueue& q, int& type, std::string& data) -> int {
+    while (std::chrono::steady_clock::now() < deadline) {
+      const int result = q.PeekMessage(&type, &data);
+      if (result != kQueueEmpty) return result;
+    }
+    return kQueueEmpty;
+  };
+  TestQueueName name;
+  ChildProcess child([&] {
+    auto q = name.Open();
+    if (!AwaitPeer(*q)) return 1;
+    for (int i = 0; i < kRounds; ++i) {
+      int type = -1;
+      std::string data;
+      if (poll(*q, type, data) != kQueueOk || type != i) return 2;
+      if (q->Send(&i, &data) != kQueueOk) return 3;
+    }
+    return 0;
+  });
+  auto q = name.Open();
+  ASSERT_TRUE(AwaitPeer(*q));
+  int done = 0;
+  for (; done < kRounds; ++done) {
+    std::string data = Pattern(16, static_cast<std::uint32_t>(done));
+    ASSERT_EQ(q->Send(&done, &data), kQueueOk) << q->LastError();
+    int type = -1;
+    std::string answer;
+    if (poll(*q, type, answer) != kQueueOk) break;
+    ASSERT_EQ(type, done);
+    ASSERT_EQ(answer, data);
+  }
+  EXPECT_EQ(done, kRounds) << "round trips done in 3 s";
+  EXPECT_EQ(child.wait(), 0);
 }
 
 // Misuse is refused with its own code and leaves the queue working.

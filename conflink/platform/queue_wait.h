@@ -99,6 +99,13 @@ constexpr unsigned kHandOverYields = 4;
 template <typename Ready>
 bool HandOver(const PartyBlock& peer, std::uint32_t mine, Ready& ready);
 
+// For a poll that found nothing: publishes where the caller runs (a poller never waits, so this
+// is how its peer learns it) and, when the peer is runnable on that same processor, yields to it
+// once. Two busy pollers that share a processor then hand it over per message; without the
+// yield each polled through its whole time slice while the other, which alone could answer,
+// waited for the processor. Returns whether it yielded (the caller may look once more).
+bool HandOverFromPoll(PartyBlock& self, const PartyBlock& peer);
+
 // The caller's side of a doorbell: waits until `ready()` holds, `timeoutMs` passes, or the bell
 // is rung for another reason. Returns whether `ready()` held when it returned. `ready` reads
 // shared or local words only (no system calls): it runs in the spin loop.
@@ -191,6 +198,12 @@ inline std::uint32_t NoteCpu(PartyBlock& self) {
   if (self.cpu.load(std::memory_order_relaxed) != mark)
     self.cpu.store(mark, std::memory_order_relaxed);
   return mark;
+}
+
+inline bool HandOverFromPoll(PartyBlock& self, const PartyBlock& peer) {
+  if (!PeerRunnableHere(peer, NoteCpu(self))) return false;
+  YieldProcessor();
+  return true;
 }
 
 template <typename Ready>
