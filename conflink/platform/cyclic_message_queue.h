@@ -141,10 +141,12 @@ class CyclicMessageQueue {
   // storage the buffer already has when it is large enough, so a caller that keeps one buffer
   // for its receives does not allocate for each message.
   virtual int Receive(int* type, std::string* buffer);
-  // Slot 4: as Receive, but returns kQueueEmpty at once when nothing is waiting. A message
-  // larger than the ring whose first fragment is there is taken whole in this call, as fast
-  // as its sender supplies it: the call waits for each next fragment, and gives up
-  // (kQueueEmpty, the part that arrived kept) only when none came for kQueuePollStallMs.
+  // Slot 4: as Receive, but returns kQueueEmpty at once when nothing is waiting (having yielded
+  // the processor once if the peer is runnable on the caller's, so that two parties that poll
+  // on one processor take turns per message rather than per time slice). A message larger than
+  // the ring whose first fragment is there is taken whole in this call, as fast as its sender
+  // supplies it: the call waits for each next fragment, and gives up (kQueueEmpty, the part
+  // that arrived kept) only when none came for kQueuePollStallMs.
   virtual int PeekMessage(int* type, std::string* buffer);
   // Slot 5: as Receive, but gives up with kQueueEmpty after `timeoutMs` milliseconds (0 or less:
   // does not wait).
