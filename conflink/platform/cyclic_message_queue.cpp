@@ -103,7 +103,7 @@ int CyclicMessageQueue::State::Receive(int* type, std::string* buffer, int timeo
   // The clock is read only once a timed receive has to wait: most receives do not.
   std::int64_t deadline = -1;
   std::uint32_t assembled = 0;  // of a message in fragments, when a poll last saw it grow
-  bool handedOver = false;      // a poll gives its processor to a peer that shares it once
+  bool handedOver = false;      // a poll yields to a peer on its processor at most once
   for (;;) {
     if (timeoutMs != kNoWait && interrupts.load(std::memory_order_acquire) != 0) {
       interrupts.store(0, std::memory_order_relaxed);
