@@ -174,10 +174,13 @@ class PinnedToOneProcessor {
 };
 
 // Two parties on one processor (as a busy machine often places them) hand it to each other for
-// every message: the waiting one yields to its runnable peer instead of sleeping on its bell, so
-// that neither pays a sleep and a wake-up per message. Counted in voluntary context switches,
-// which only sleeping makes; before the hand-over each round trip cost each party one.
-TEST(QueueTransfer, PartiesSharingOneProcessorHandItOverWithoutSleeping) {
+// every message, whether they wait (Receive) or poll (PeekMessage). A waiting party yields to its
+// runnable peer instead of sleeping on its bell: counted in voluntary context switches, which only
+// sleeping makes, before the hand-over each round trip cost each party one. A poll that finds
+// nothing yields once: before, each poller polled through its whole time slice while the other,
+// which alone could answer, waited, and the round trips took seconds (the deadline only bounds
+// such a run).
+TEST(QueueTransfer, PartiesSharingOneProcessorHandItOver) {
   PinnedToOneProcessor pinned;
   if (!pinned.ok()) GTEST_SKIP() << "cannot pin to one processor";
   auto sleeps = [] {
@@ -187,81 +190,54 @@ TEST(QueueTransfer, PartiesSharingOneProcessorHandItOverWithoutSleeping) {
   };
   constexpr int kRounds = 2000;
   constexpr int kWarmUp = 100;
-  TestQueueName name;
-  ChildProcess child([&] {  // answers, then reports how often it slept while answering
+  for (const bool polling : {false, true}) {
+    SCOPED_TRACE(polling ? "polling" : "waiting");
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(3);
+    auto take = [&](CyclicMessageQueue& q, std::string* data) {  // the type, or kNothing
+      if (!polling) return ReceiveType(q, data, 3000);
+      while (std::chrono::steady_clock::now() < deadline) {
+        int type = kNothing;
+        const int result = q.PeekMessage(&type, data);
+        if (result != kQueueEmpty) return result == kQueueOk ? type : kNothing;
+      }
+      return kNothing;
+    };
+    TestQueueName name;
+    ChildProcess child([&] {  // answers, then reports how often it slept while answering
+      auto q = name.Open();
+      if (!AwaitPeer(*q)) return 1;
+      int start = 0;
+      for (int i = 0; i < kWarmUp + kRounds; ++i) {
+        if (i == kWarmUp) start = sleeps();
+        std::string data;
+        if (take(*q, &data) != i || q->Send(&i, &data) != kQueueOk) return 2;
+      }
+      int slept = sleeps() - start;
+      std::string none;
+      return q->Send(&slept, &none) == kQueueOk ? 0 : 3;
+    });
     auto q = name.Open();
-    if (!AwaitPeer(*q)) return 1;
+    ASSERT_TRUE(AwaitPeer(*q));
     int start = 0;
-    for (int i = 0; i < kWarmUp + kRounds; ++i) {
-      if (i == kWarmUp) start = sleeps();
-      std::string data;
-      if (ReceiveType(*q, &data, 10000) != i || q->Send(&i, &data) != kQueueOk) return 2;
+    int done = 0;
+    for (; done < kWarmUp + kRounds; ++done) {
+      if (done == kWarmUp) start = sleeps();
+      std::string data = Pattern(16, static_cast<std::uint32_t>(done));
+      ASSERT_EQ(q->Send(&done, &data), kQueueOk) << q->LastError();
+      std::string answer;
+      if (take(*q, &answer) != done) break;
+      ASSERT_EQ(answer, data);
     }
-    int slept = sleeps() - start;
-    std::string none;
-    return q->Send(&slept, &none) == kQueueOk ? 0 : 3;
-  });
-  auto q = name.Open();
-  ASSERT_TRUE(AwaitPeer(*q));
-  int start = 0;
-  for (int i = 0; i < kWarmUp + kRounds; ++i) {
-    if (i == kWarmUp) start = sleeps();
-    std::string data = Pattern(16, static_cast<std::uint32_t>(i));
-    ASSERT_EQ(q->Send(&i, &data), kQueueOk) << q->LastError();
-    std::string answer;
-    ASSERT_EQ(ReceiveType(*q, &answer, 10000), i);
-    ASSERT_EQ(answer, data);
+    EXPECT_EQ(done, kWarmUp + kRounds) << "round trips done in 3 s";
+    const int slept = sleeps() - start;
+    const int answererSlept = ReceiveType(*q);
+    EXPECT_EQ(child.wait(), 0);
+    if (!polling) {
+      EXPECT_LT(slept, kRounds / 10) << "the asking party slept " << slept << " times";
+      EXPECT_LT(answererSlept, kRounds / 10)
+          << "the answering party slept " << answererSlept << " times";
+    }
   }
-  const int slept = sleeps() - start;
-  const int answererSlept = ReceiveType(*q);
-  EXPECT_EQ(child.wait(), 0);
-  EXPECT_LT(slept, kRounds / 10) << "the asking party slept " << slept << " times";
-  EXPECT_LT(answererSlept, kRounds / 10)
-      << "the answering party slept " << answererSlept << " times";
-}
-
-// The same for two parties that poll (PeekMessage) without ever waiting: an empty poll yields
-// to a peer that shares the processor. Without that, each polled through its whole time slice
-// while the other, which alone could answer, waited: a round trip per two slices, seconds for
-// what takes milliseconds. The deadline only bounds a failing run.
-TEST(QueueTransfer, PollingPartiesSharingOneProcessorHandItOver) {
-  PinnedToOneProcessor pinned;
-  if (!pinned.ok()) GTEST_SKIP() << "cannot pin to one processor";
-  constexpr int kRounds = 2000;
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(3);
-  auto poll = [&](CyclicMessageQueue& q, int& type, std::string& data) -> int {
-    while (std::chrono::steady_clock::now() < deadline) {
-      const int result = q.PeekMessage(&type, &data);
-      if (result != kQueueEmpty) return result;
-    }
-    return kQueueEmpty;
-  };
-  TestQueueName name;
-  ChildProcess child([&] {
-    auto q = name.Open();
-    if (!AwaitPeer(*q)) return 1;
-    for (int i = 0; i < kRounds; ++i) {
-      int type = -1;
-      std::string data;
-      if (poll(*q, type, data) != kQueueOk || type != i) return 2;
-      if (q->Send(&i, &data) != kQueueOk) return 3;
-    }
-    return 0;
-  });
-  auto q = name.Open();
-  ASSERT_TRUE(AwaitPeer(*q));
-  int done = 0;
-  for (; done < kRounds; ++done) {
-    std::string data = Pattern(16, static_cast<std::uint32_t>(done));
-    ASSERT_EQ(q->Send(&done, &data), kQueueOk) << q->LastError();
-    int type = -1;
-    std::string answer;
-    if (poll(*q, type, answer) != kQueueOk) break;
-    ASSERT_EQ(type, done);
-    ASSERT_EQ(answer, data);
-  }
-  EXPECT_EQ(done, kRounds) << "round trips done in 3 s";
-  EXPECT_EQ(child.wait(), 0);
 }
 
 // Misuse is refused with its own code and leaves the queue working.
