@@ -45,6 +45,27 @@ const char* QueueResultText(int result) {
   }
 }
 
+const char* QueueOpenResultText(int result) {
+  switch (result) {
+    case kQueueOpened:
+      return "opened";
+    case kQueueOpenPlacesHeld:
+      return "both places held";
+    case kQueueOpenRefused:
+      return "queue object refused";
+    case kQueueOpenCapacity:
+      return "capacity refused";
+    case kQueueOpenBusy:
+      return "queue bookkeeping busy";
+    case kQueueOpenSystemError:
+      return "system error";
+    case kQueueOpenNoMemory:
+      return "out of memory";
+    default:
+      return "unknown open result";
+  }
+}
+
 }  // namespace conflink
 
 using namespace conflink;
@@ -81,8 +102,14 @@ struct CyclicMessageQueue::State {
     }
   }
   int Receive(int* type, std::string* buffer, int timeoutMs);
+  // For a poll that found nothing while a readiness descriptor exists: empties it and watches
+  // again. Returns true when something turned out to be waiting after all (the caller looks
+  // again) because the object was closed by a writer (a peer may have died).
+  bool Rearm();
 
   int queueNumber;
+  int openResult = kQueueOpenNoMemory;
+  unsigned int discardsTaken = 0;  // see TakeNewDiscards
   unsigned int capacity;
   queue::Attachment attachment;
   queue::Inbound inbound;
@@ -120,6 +147,10 @@ int CyclicMessageQueue::State::Receive(int* type, std::string* buffer, int timeo
       // A poll that finds a message begun waits for the rest while it keeps coming, so that a
       // message larger than the ring arrives at the pace of its sender, not of the polls.
       if (!inbound.Assembling()) {
+        if (attachment.readiness().open()) {
+          if (Rearm()) continue;
+          return kQueueEmpty;
+        }
         if (handedOver) return kQueueEmpty;
         handedOver = true;
         if (!queue::HandOverFromPoll(attachment.self(), attachment.peer())) return kQueueEmpty;
@@ -151,8 +182,33 @@ int CyclicMessageQueue::State::Receive(int* type, std::string* buffer, int timeo
   }
 }
 
+bool CyclicMessageQueue::State::Rearm() {
+  queue::Readiness& readiness = attachment.readiness();
+  queue::PartyBlock& self = attachment.self();
+  self.watching.store(queue::kWatchNotified, std::memory_order_relaxed);
+  if (readiness.Drain()) {
+    // A writer closed the object: if it was the peer, dying, only the kernel can say so now,
+    // and the next look reports its departure.
+    const bool alive = attachment.ObservePeer(queue::Liveness::kAsk).alive;
+    if (!alive && attachment.peer().attach.load(std::memory_order_acquire) & 1u) return true;
+  }
+  self.watching.store(queue::kWatchArmed, std::memory_order_relaxed);
+  // Pairs with the fence a sender makes between publishing and reading `watching`: either it
+  // sees us armed and rings, or we see what it published.
+  queue::FullFence();
+  if (inbound.RingHasData() || inbound.PeerWordChanged()) {
+    self.watching.store(queue::kWatchNotified, std::memory_order_relaxed);
+    return true;
+  }
+  return false;
+}
+
 CyclicMessageQueue::CyclicMessageQueue(int queueNumber, const char* keyPath, unsigned int capacity,
-                                       Link* /*link: the transport has no use for it*/)
+                                       Link* link)
+    : CyclicMessageQueue(queueNumber, keyPath, capacity, link, 0) {}
+
+CyclicMessageQueue::CyclicMessageQueue(int queueNumber, const char* keyPath, unsigned int capacity,
+                                       Link* /*link: the transport has no use for it*/, int waitMs)
     : state_(nullptr) {
   try {
     state_ = new State(queueNumber, capacity);
@@ -160,10 +216,51 @@ CyclicMessageQueue::CyclicMessageQueue(int queueNumber, const char* keyPath, uns
     // A capacity out of range goes to Open as it is, to be refused there with its reason.
     const bool usable = capacity >= kMinQueueCapacity && capacity <= kMaxQueueCapacity;
     const unsigned int ringBytes = usable ? queue::RingBytesFor(capacity) : capacity;
-    if (!state_->attachment.Open(queueNumber, keyPath, ringBytes, error)) state_->lastError = error;
+    if (!state_->attachment.Open(queueNumber, keyPath, ringBytes, waitMs, error,
+                                 state_->openResult))
+      state_->lastError = error;
   } catch (...) {
-    if (state_ != nullptr) state_->Note("out of memory opening the queue");
+    if (state_ != nullptr) {
+      state_->Note("out of memory opening the queue");
+      state_->openResult = kQueueOpenNoMemory;
+    }
   }
+}
+
+int CyclicMessageQueue::OpenResult() const {
+  return state_ == nullptr ? kQueueOpenNoMemory : state_->openResult;
+}
+
+int CyclicMessageQueue::ReadinessFd() {
+  if (state_ == nullptr || !state_->Usable()) return -1;
+  queue::Attachment& a = state_->attachment;
+  if (a.readiness().open()) return a.readiness().fd();
+  std::string error;
+  if (!a.readiness().Open(a.name(), a.fd(), a.place(), a.generation(), error)) {
+    state_->Note(error.c_str());
+    return -1;
+  }
+  // Readable from the start: what is waiting now (the peer's arrival, perhaps) is found by the
+  // first look, which then arms it.
+  a.self().watching.store(queue::kWatchNotified, std::memory_order_relaxed);
+  a.readiness().Poke();
+  return a.readiness().fd();
+}
+
+unsigned int CyclicMessageQueue::DiscardedMessages() const {
+  return state_ == nullptr ? 0 : state_->inbound.Discarded();
+}
+
+unsigned int CyclicMessageQueue::TakeNewDiscards() {
+  if (state_ == nullptr) return 0;
+  const unsigned int now = state_->inbound.Discarded();
+  const unsigned int fresh = now - state_->discardsTaken;
+  state_->discardsTaken = now;
+  return fresh;
+}
+
+unsigned int CyclicMessageQueue::AddressedPeer() const {
+  return state_ == nullptr ? 0 : state_->inbound.HeardPeer();
 }
 
 CyclicMessageQueue::~CyclicMessageQueue() {
@@ -183,7 +280,7 @@ int CyclicMessageQueue::Send(const int* type, std::string* buffer) {
     }
     if (!state_->Usable()) return kQueueNotConnected;
     std::string error;
-    const int result = state_->outbound.Send(*type, *buffer, error);
+    const int result = state_->outbound.Send(*type, *buffer, state_->inbound.HeardPeer(), error);
     if (result != kQueueOk) state_->Note(error.c_str());
     return result;
   } catch (const std::bad_alloc&) {

@@ -22,12 +22,18 @@
 //   or death, is how the peer learns of a departure.
 //
 // Delivery rules:
-// - The queue pairs whichever two processes hold its two places; it knows no roles. A message
-//   reaches only a process attached at the other place than its sender's, and arrives whole, in
-//   order, once.
-// - A message sent while no peer is attached waits in the ring for the next process to take the
-//   other place, for as long as its sender stays attached (a send that does not fit the free
-//   space then fails with kQueuePeerAbsentFull).
+// - A message is for the peer its sender knows: the process at the other place whose arrival
+//   the sender received last (and whose departure it has not received). If that process has
+//   left, the message is discarded, never delivered to a successor, like data for a closed
+//   connection: a send that finds it gone fails with kQueuePeerDeparted (counted in the ring's
+//   `refused`), and one that raced with the departure is dropped on arrival by the successor
+//   (counted in the ring's `discarded`, see DiscardedMessages; the inspector shows both and what
+//   is still queued for a process that left). This holds also when the sender has not yet
+//   received the departure: a server answering a page that died never answers the next page.
+// - A message sent while its sender knew of no peer (before any arrival was received, or after
+//   a departure) waits in the ring for the next process to take the other place, for as long
+//   as its sender stays attached (a send that does not fit the free space then fails with
+//   kQueuePeerAbsentFull).
 // - A message whose sender leaves before any peer took it, or that is still queued when both
 //   places become free, is discarded: the last party to leave removes the object, and a party
 //   that finds nobody attached makes the object afresh. (Leftovers of parties that crashed stay
@@ -63,7 +69,7 @@ enum QueueResult : int {
   kQueueEmpty = 0,            // receive: nothing waiting (or the timed wait ran out)
   kQueueNotConnected = -1,    // the queue could not be opened, or a third party tried to use it
   kQueuePeerAbsentFull = -2,  // send: the outbound ring is full and the peer is not attached
-  kQueuePeerDeparted = -3,    // send: the peer left while the message was being carried
+  kQueuePeerDeparted = -3,    // send: the peer the message is for has left (or left mid-way)
   kQueueTooLarge = -4,        // send: the message exceeds kMaxQueueMessageBytes
   kQueuePeerStalled = -5,     // send: the peer is attached but took nothing for kQueueStallMs
   kQueueCorrupt = -6,         // the shared state failed validation; the message was dropped
@@ -74,6 +80,19 @@ enum QueueResult : int {
 };
 // The lowest result code, for tables over every code.
 constexpr int kQueueLowestResult = kQueueBacklogFull;
+
+// Why opening a queue failed (OpenResult), so that a caller can tell a busy queue from a broken
+// one; LastError() gives the details.
+enum QueueOpenResult : int {
+  kQueueOpened = 1,
+  kQueueOpenPlacesHeld = -1,   // both places were held (for the whole wait, when it waited)
+  kQueueOpenRefused = -2,      // the object exists but fails a check; LastError names which
+  kQueueOpenCapacity = -3,     // capacity out of range, or not the one the queue was made with
+  kQueueOpenBusy = -4,         // another process kept the bookkeeping lock for seconds
+  kQueueOpenSystemError = -5,  // a system call failed; LastError names it and why
+  kQueueOpenNoMemory = -6,
+};
+const char* QueueOpenResultText(int result);
 
 // Largest message (buffer bytes) the queue carries; larger sends fail with kQueueTooLarge.
 constexpr unsigned int kMaxQueueMessageBytes = 64u * 1024u * 1024u;
@@ -88,6 +107,9 @@ constexpr unsigned int kQueueMaxHeldBytes = 64u * 1024u * 1024u;
 // How long a poll (PeekMessage) that found a message in fragments begun waits for the next
 // fragment before it gives up for this call (what arrived is kept for the next).
 constexpr int kQueuePollStallMs = 50;
+// How often a process waiting in line for a place looks again on its own (a holder that dies
+// cannot wake it; one that leaves does at once).
+constexpr int kQueueLineRecheckMs = 50;
 // Queue events, delivered in order with the messages and with an empty buffer.
 constexpr int kQueueEventPeerConnected = static_cast<int>(0x80000000u);
 constexpr int kQueueEventPeerDisconnected = static_cast<int>(0x80000001u);
@@ -119,13 +141,20 @@ class CyclicMessageQueue {
   // equal the existing queue's while anyone is attached or messages are queued. `link` is not
   // used. Never throws; IsConnected() tells whether it worked, LastError() why not.
   CyclicMessageQueue(int queueNumber, const char* keyPath, unsigned int capacity, Link* link);
+  // As above, but when both places are held, waits in line for one for at most `waitMs`
+  // milliseconds: woken as soon as a holder leaves (a holder that dies is noticed within
+  // kQueueLineRecheckMs), in the order the waiters came. A process that opens without waiting
+  // still takes a free place at once.
+  CyclicMessageQueue(int queueNumber, const char* keyPath, unsigned int capacity, Link* link,
+                     int waitMs);
   // Leaves the queue; the peer receives kQueueEventPeerDisconnected.
   virtual ~CyclicMessageQueue();
 
   // Slot 2: sends `*type` and the whole `*buffer` as one message. kQueueOk when it is in the ring
   // (a message that fits is queued even while the peer is absent). Otherwise, with nothing of it
   // delivered: kQueueNotConnected, kQueueTooLarge, kQueuePeerAbsentFull (no room for all of it
-  // and no peer), kQueuePeerDeparted (the peer left or was replaced while we waited for room),
+  // and no peer), kQueuePeerDeparted (the peer the message is for has left, or it left or was
+  // replaced while we waited for room; see the delivery rules at the top),
   // kQueuePeerStalled (the peer took nothing for kQueueStallMs), kQueueCorrupt (the ring's
   // indices are inconsistent), kQueueNoMemory, kQueueBadArgument (null pointer, or a queue
   // event's type), kQueueBacklogFull (see below). While waiting for room it keeps taking what
@@ -173,6 +202,28 @@ class CyclicMessageQueue {
   virtual unsigned int Capacity();
   // Slot 12: non-zero when the queue was opened and this object holds one of its two places.
   virtual int IsConnected();
+
+  // --- Beyond the companion library's slots (non-virtual) ---
+
+  // kQueueOpened, or why the constructor could not take a place.
+  int OpenResult() const;
+  // A descriptor that poll, select or epoll can watch beside sockets: readable while a message
+  // or queue event waits (level-triggered; it may stay readable once more after the last one
+  // was taken). A receive (of any kind) that finds nothing clears it and watches again, so a loop
+  // that, whenever it is readable, takes messages with PeekMessage until one returns kQueueEmpty
+  // never misses one and uses no CPU while idle. Made on the first call and kept until the queue
+  // is destroyed; the queue owns it (do not close it). -1 when it cannot be made (LastError says
+  // why) or the queue is not connected.
+  int ReadinessFd();
+  // Messages this party dropped on arrival: they were for an earlier holder of its place (their
+  // sender had not yet heard that it left). Such a message is never delivered to a successor.
+  unsigned int DiscardedMessages() const;
+  // How many of those were dropped since the last call (for a trace line that says so).
+  unsigned int TakeNewDiscards();
+  // The generation of the peer that what this party sends now is for: the one whose arrival
+  // was received last and whose departure was not; 0 when none (then a message waits for
+  // whoever takes the other place next).
+  unsigned int AddressedPeer() const;
 
   CyclicMessageQueue(const CyclicMessageQueue&) = delete;
   CyclicMessageQueue& operator=(const CyclicMessageQueue&) = delete;

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -168,34 +169,25 @@ int Attachment::ChoosePlace() {
   return free0 ? 0 : free1 ? 1 : -1;
 }
 
-bool Attachment::Open(int queueNumber, const char* keyPath, std::uint32_t capacity,
-                      std::string& error) {
-  if (capacity < kMinQueueCapacity || capacity > kMaxQueueCapacity) {
-    error = "capacity " + std::to_string(capacity) + " is outside [" +
-            std::to_string(kMinQueueCapacity) + ", " + std::to_string(kMaxQueueCapacity) + "]";
-    return false;
-  }
-  capacity_ = capacity;
-  name_ = QueueObjectName(queueNumber, keyPath);
-
+bool Attachment::OpenLocked(std::string& error, int& failure) {
   // Open the object and hold the bookkeeping lock. A leaving party may have removed the object
   // between our open and our lock: then it is an orphan, and we open the name again.
-  Register();
   struct stat st {};
   for (int attempt = 0;; ++attempt) {
     if (!OpenObject(st, error)) {
-      Abandon();
+      failure = kQueueOpenSystemError;
       return false;
     }
     if (!AcquireMutex(fd_, kMutexWaitMs)) {
-      error = errno == EINVAL ? SystemError("open-file-description locks unavailable")
-                              : "another process holds the queue's bookkeeping lock too long";
-      Abandon();
+      const bool unsupported = errno == EINVAL;
+      error = unsupported ? SystemError("open-file-description locks unavailable")
+                          : "another process holds the queue's bookkeeping lock too long";
+      failure = unsupported ? kQueueOpenSystemError : kQueueOpenBusy;
       return false;
     }
     if (fstat(fd_, &st) != 0) {
       error = SystemError("cannot inspect the queue object");
-      Abandon();
+      failure = kQueueOpenSystemError;
       return false;
     }
     if (st.st_nlink > 0 || attempt >= 10) break;
@@ -217,28 +209,108 @@ bool Attachment::Open(int queueNumber, const char* keyPath, std::uint32_t capaci
                        header[3] == SegmentBytes(theirs) &&
                        static_cast<std::size_t>(st.st_size) == SegmentBytes(theirs);
     if (!valid) {
-      error = "queue object " + name_ + " is in use but its layout is not recognised";
-      Abandon();
+      error = "queue object " + name_ + " is in use but its layout is not recognised (" +
+              (!readable                   ? std::string("shorter than its header")
+               : header[0] != kLayoutMagic ? std::string("no queue marker")
+               : header[1] != kLayoutVersion
+                   ? "layout version " + std::to_string(header[1]) + ", this build reads " +
+                         std::to_string(kLayoutVersion)
+                   : std::string("size and capacity disagree")) +
+              ")";
+      failure = kQueueOpenRefused;
       return false;
     }
-    if (theirs != capacity) {
+    if (theirs != capacity_) {
       error = "capacity mismatch: the queue has " + std::to_string(theirs) +
-              " bytes per ring, this party asked for " + std::to_string(capacity);
-      Abandon();
+              " bytes per ring, this party asked for " + std::to_string(capacity_);
+      failure = kQueueOpenCapacity;
       return false;
     }
   }
   if (anyoneAttached ? !Map(SegmentBytes(capacity_), error) : !Initialise(error)) {
-    Abandon();
+    failure = kQueueOpenSystemError;
     return false;
   }
+  return true;
+}
 
-  place_ = ChoosePlace();
-  if (place_ < 0 || !SetByteLock(fd_, F_WRLCK, PlaceLockByte(place_))) {
-    error = "both places of the queue are taken";
+int Attachment::WaitInLine(std::int64_t deadline, std::string& error, int& failure) {
+  SetByteLock(fd_, F_RDLCK, kLineLockByte);
+  Word& freed = segment().header.placeFreed;
+  for (;;) {
+    const std::uint32_t seen = freed.load(std::memory_order_acquire);
+    segment().header.lineWaiters.fetch_add(1, std::memory_order_relaxed);
+    SetByteLock(fd_, F_UNLCK, kBookkeepingLockByte);
+    const std::int64_t left = deadline - MonotonicMs();
+    if (left > 0)
+      FutexWait(&freed, seen, static_cast<int>(std::min<std::int64_t>(left, kQueueLineRecheckMs)));
+    segment().header.lineWaiters.fetch_sub(1, std::memory_order_relaxed);
+    if (!AcquireMutex(fd_, kMutexWaitMs)) {
+      error = "another process holds the queue's bookkeeping lock too long";
+      failure = kQueueOpenBusy;
+      return -1;
+    }
+    // The object may have been removed (both holders left) or made afresh (both died) while we
+    // slept: then it is opened again from the start.
+    struct stat st {};
+    if (fstat(fd_, &st) != 0 || st.st_nlink == 0 ||
+        static_cast<std::size_t>(st.st_size) != bytes_ ||
+        segment().header.magic.load(std::memory_order_acquire) != kLayoutMagic ||
+        segment().header.capacity.load(std::memory_order_relaxed) != capacity_) {
+      return 0;
+    }
+    place_ = ChoosePlace();
+    if (place_ >= 0 && SetByteLock(fd_, F_WRLCK, PlaceLockByte(place_))) {
+      SetByteLock(fd_, F_UNLCK, kLineLockByte);
+      return 1;
+    }
     place_ = -1;
-    Abandon();
+    if (MonotonicMs() >= deadline) {
+      error = "both places of the queue stayed taken for the whole wait";
+      failure = kQueueOpenPlacesHeld;
+      return -1;
+    }
+  }
+}
+
+bool Attachment::Open(int queueNumber, const char* keyPath, std::uint32_t capacity, int waitMs,
+                      std::string& error, int& failure) {
+  failure = kQueueOpened;
+  if (capacity < kMinQueueCapacity || capacity > kMaxQueueCapacity) {
+    error = "capacity " + std::to_string(capacity) + " is outside [" +
+            std::to_string(kMinQueueCapacity) + ", " + std::to_string(kMaxQueueCapacity) + "]";
+    failure = kQueueOpenCapacity;
     return false;
+  }
+  capacity_ = capacity;
+  name_ = QueueObjectName(queueNumber, keyPath);
+  const std::int64_t deadline = waitMs > 0 ? MonotonicMs() + waitMs : 0;
+
+  Register();
+  for (;;) {
+    if (!OpenLocked(error, failure)) {
+      Abandon();
+      return false;
+    }
+    // First come, first served: a process that waits does not take a place that came free for
+    // those already in line.
+    const bool othersInLine = waitMs > 0 && ByteLockHeldElsewhere(fd_, kLineLockByte);
+    place_ = othersInLine ? -1 : ChoosePlace();
+    if (place_ >= 0 && SetByteLock(fd_, F_WRLCK, PlaceLockByte(place_))) break;
+    place_ = -1;
+    if (waitMs <= 0) {
+      error = "both places of the queue are taken";
+      failure = kQueueOpenPlacesHeld;
+      Abandon();
+      return false;
+    }
+    const int waited = WaitInLine(deadline, error, failure);
+    if (waited > 0) break;
+    if (waited < 0) {
+      Abandon();
+      return false;
+    }
+    Release();  // the object went away: open its name again
   }
 
   // The records before the current head were written by earlier holders of our place; the peer
@@ -249,10 +321,23 @@ bool Attachment::Open(int queueNumber, const char* keyPath, std::uint32_t capaci
   ProducerBlock& out = outProducer();
   out.epochStart.store(out.head.load(std::memory_order_relaxed), std::memory_order_relaxed);
   const std::uint32_t word = self().attach.load(std::memory_order_relaxed);
-  self().attach.store(((Generation(word) + 1) << 1) | 1u, std::memory_order_release);
+  generation_ = (Generation(word) + 1) & 0x7fffffffu;
+  if (generation_ == kAnyPeer) generation_ = 1;  // 0 addresses whoever comes next
+  self().watching.store(kNotWatching, std::memory_order_relaxed);
+  self().attach.store((generation_ << 1) | 1u, std::memory_order_release);
   RingAlways(peer());
+  notifier_.Bind(name_, 1 - place_);
+  FullFence();
+  notifier_.Notify(peer());
   SetByteLock(fd_, F_UNLCK, kBookkeepingLockByte);
   return true;
+}
+
+void Attachment::WakeLine() {
+  if (base_ == nullptr || inherited_) return;
+  Word& freed = segment().header.placeFreed;
+  freed.fetch_add(1, std::memory_order_release);
+  if (segment().header.lineWaiters.load(std::memory_order_relaxed) != 0) FutexWakeOne(&freed);
 }
 
 void Attachment::Close() {
@@ -260,14 +345,25 @@ void Attachment::Close() {
   if (!inherited_ && place_ >= 0) {
     const bool locked = AcquireMutex(fd_, kMutexWaitMs);
     const std::uint32_t word = self().attach.load(std::memory_order_relaxed);
+    self().watching.store(kNotWatching, std::memory_order_relaxed);
     self().attach.store(word & ~1u, std::memory_order_release);
     RingAlways(peer());
+    FullFence();
+    notifier_.Notify(peer());
     SetByteLock(fd_, F_UNLCK, PlaceLockByte(place_));
     struct stat st {};
     if (locked && fstat(fd_, &st) == 0 && st.st_nlink > 0 &&
-        !ByteLockHeldElsewhere(fd_, PlaceLockByte(1 - place_)))
+        !ByteLockHeldElsewhere(fd_, PlaceLockByte(1 - place_))) {
       shm_unlink(name_.c_str());
+      // Whoever waits in line on the removed object opens the name again.
+      segment().header.placeFreed.fetch_add(1, std::memory_order_release);
+      FutexWakeAll(&segment().header.placeFreed);
+    } else {
+      WakeLine();
+    }
   }
+  readiness_.Close();
+  notifier_.Close();
   place_ = -1;
   Abandon();
 }
@@ -299,6 +395,8 @@ void Attachment::Abandon() {
 void Attachment::ForgetAfterFork() {
   if (fd_ >= 0) close(fd_);  // the parent's descriptor keeps the locks; ours just goes
   fd_ = -1;
+  readiness_.ForgetAfterFork();
+  notifier_.ForgetAfterFork();
   inherited_ = true;
 }
 

@@ -17,6 +17,7 @@
 #include <string>
 
 #include <conflink/platform/queue_layout.h>
+#include <conflink/platform/queue_readiness.h>
 #include <conflink/platform/queue_ring.h>
 
 namespace conflink::queue {
@@ -45,9 +46,12 @@ class Attachment {
   Attachment(const Attachment&) = delete;
   Attachment& operator=(const Attachment&) = delete;
 
-  // Opens or creates the object and takes a free place. On failure returns false, sets `error`
-  // to the reason and holds nothing.
-  bool Open(int queueNumber, const char* keyPath, std::uint32_t capacity, std::string& error);
+  // Opens or creates the object and takes a free place. When both places are held and `waitMs`
+  // is positive, waits in line for one for at most that long: woken when a holder leaves, in
+  // the order the waiters came (see SegmentHeader::placeFreed). On failure returns false, sets
+  // `error` to the reason and `failure` to its QueueOpenResult, and holds nothing.
+  bool Open(int queueNumber, const char* keyPath, std::uint32_t capacity, int waitMs,
+            std::string& error, int& failure);
   // Leaves the place, wakes the peer, and removes the object when the peer is not attached:
   // what is still queued then can reach no one. Harmless when not open.
   void Close();
@@ -57,6 +61,17 @@ class Attachment {
   bool usable() const { return base_ != nullptr && !inherited_; }
   bool inherited() const { return inherited_; }
   int place() const { return place_; }
+  // This party's generation in its place (never kAnyPeer).
+  std::uint32_t generation() const { return generation_; }
+  const std::string& name() const { return name_; }
+  int fd() const { return fd_; }
+  // The readiness descriptor of this party, once made (see queue_readiness.h), and the notifier
+  // that rings the peer's.
+  Readiness& readiness() { return readiness_; }
+  ReadinessNotifier& notifier() { return notifier_; }
+  // Tells the line of processes waiting for a place that one may have come free (a peer that
+  // died cannot say so itself).
+  void WakeLine();
   std::uint32_t capacity() const { return capacity_; }
 
   Segment& segment() const { return *static_cast<Segment*>(base_); }
@@ -93,6 +108,11 @@ class Attachment {
   // Releases everything and unregisters: the object is done with.
   void Abandon();
   bool Map(std::size_t bytes, std::string& error);
+  // The object opened, locked for bookkeeping and mapped, or false with `error` and `failure`.
+  bool OpenLocked(std::string& error, int& failure);
+  // Waits in line until a place can be taken or `deadline` passes; see Open. Returns 1 with a
+  // place taken, 0 when the object went away meanwhile (open it again), -1 on failure.
+  int WaitInLine(std::int64_t deadline, std::string& error, int& failure);
   bool Initialise(std::string& error);
   int ChoosePlace();
   void Release();
@@ -101,6 +121,7 @@ class Attachment {
   void* base_ = nullptr;
   std::size_t bytes_ = 0;
   int place_ = -1;
+  std::uint32_t generation_ = 0;
   std::uint32_t capacity_ = 0;
   bool inherited_ = false;
   std::string name_;
@@ -108,6 +129,8 @@ class Attachment {
   bool checkedAlive_ = false;
   std::int64_t checkedAt_ = 0;
   PeerView peerAtAttach_{0, false};
+  Readiness readiness_;
+  ReadinessNotifier notifier_;
 };
 
 }  // namespace conflink::queue

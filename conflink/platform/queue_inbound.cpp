@@ -30,6 +30,8 @@ int Inbound::Receive(int& type, std::string& buffer, std::string& why) {
   } else {
     heldBytes_ -= item.data.size();
     type = item.type;
+    if (type == kQueueEventPeerConnected) heard_ = item.generation;
+    if (type == kQueueEventPeerDisconnected) heard_ = kAnyPeer;
     if (item.data.empty()) {
       buffer.clear();  // an event or an empty message: the caller's storage stays with it
     } else {
@@ -54,7 +56,7 @@ void Inbound::Pump(std::size_t want, Delivery* direct) {
     seenGeneration_ = Generation(atAttach.word);
     lastWord_ = atAttach.word;
     if (atAttach.alive) {
-      Push(kQueueOk, kQueueEventPeerConnected, std::string());
+      Push(kQueueOk, kQueueEventPeerConnected, std::string(), seenGeneration_);
       reported_ = true;
       reportedGeneration_ = seenGeneration_;
     }
@@ -80,6 +82,7 @@ void Inbound::Pump(std::size_t want, Delivery* direct) {
       Push(kQueueOk, kQueueEventPeerDisconnected, std::string());
       reported_ = false;
       seenGeneration_ = reportedGeneration_;
+      if (!view.alive) a_.WakeLine();  // a peer that died could not tell the line itself
       continue;
     }
     if (!reported_ && generation != seenGeneration_) {
@@ -88,14 +91,14 @@ void Inbound::Pump(std::size_t want, Delivery* direct) {
       // did, the earlier ones are reported as one arrival and departure around what they sent.
       const std::uint32_t epoch = producer.epochStart.load(std::memory_order_acquire);
       if (generation - seenGeneration_ > 1) {
-        Push(kQueueOk, kQueueEventPeerConnected, std::string());
+        Push(kQueueOk, kQueueEventPeerConnected, std::string(), generation - 1);
         Drain(epoch, kNoLimit, nullptr);
         DropPartial();
         Push(kQueueOk, kQueueEventPeerDisconnected, std::string());
       } else {
         Drain(epoch, kNoLimit, nullptr);  // left by earlier holders of the place, never reported
       }
-      Push(kQueueOk, kQueueEventPeerConnected, std::string());
+      Push(kQueueOk, kQueueEventPeerConnected, std::string(), generation);
       reported_ = true;
       reportedGeneration_ = generation;
       seenGeneration_ = generation;
@@ -218,6 +221,15 @@ bool Inbound::TakeRecord(std::uint32_t tail, std::uint32_t available, std::uint3
                                 ", a type reserved for queue events; message dropped");
         return true;
       }
+      // A message for an earlier holder of our place (its sender had not yet heard that it left)
+      // is that process's alone: dropped, and counted where the inspector sees it. Its other
+      // fragments are skipped as strays.
+      if (header.to != kAnyPeer && header.to != a_.generation()) {
+        ++discarded_;
+        Word& counter = a_.inConsumer().discarded;
+        counter.store(counter.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+        return true;
+      }
       if (last) {
         if (header.length != header.total) {
           Fail(kQueueCorrupt, "inbound message of " + std::to_string(header.total) +
@@ -289,9 +301,9 @@ void Inbound::Consumed(std::uint32_t next) {
   });
 }
 
-void Inbound::Push(int result, int type, std::string data) {
+void Inbound::Push(int result, int type, std::string data, std::uint32_t generation) {
   const std::size_t size = data.size();
-  items_.push_back(InboundItem{result, type, std::move(data)});
+  items_.push_back(InboundItem{result, type, std::move(data), generation});
   if (result == kQueueOk) heldBytes_ += size;
 }
 

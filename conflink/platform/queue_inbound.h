@@ -30,7 +30,8 @@ namespace conflink::queue {
 struct InboundItem {
   int result;  // kQueueOk, or kQueueCorrupt / kQueueNoMemory
   int type;
-  std::string data;  // the message, or the failure's description
+  std::string data;              // the message, or the failure's description
+  std::uint32_t generation = 0;  // of an arrival event: the peer that arrived
 };
 
 class Inbound {
@@ -57,6 +58,12 @@ class Inbound {
 
   // Bytes of messages received but not handed out: held locally, in reassembly, in the ring.
   std::uint32_t PendingBytes() const;
+  // The generation of the peer whose arrival was handed out last and whose departure was not:
+  // the peer this party has heard of, to which what it sends is addressed. kAnyPeer when none.
+  std::uint32_t HeardPeer() const { return heard_; }
+  // Messages dropped on arrival by this party because they were for an earlier holder of its
+  // place.
+  std::uint32_t Discarded() const { return discarded_; }
   // Whether a message in fragments has begun and not ended, and how much of it arrived.
   bool Assembling() const { return assembling_; }
   std::uint32_t AssembledBytes() const { return static_cast<std::uint32_t>(partial_.size()); }
@@ -94,7 +101,7 @@ class Inbound {
   bool Unread(std::uint32_t head, std::uint32_t tail) const {
     return head != tail && !(stuck_ && head == stuckHead_ && tail == stuckTail_);
   }
-  void Push(int result, int type, std::string data);
+  void Push(int result, int type, std::string data, std::uint32_t generation = 0);
   void Fail(int result, const std::string& why);
   void GrowPartial(std::uint32_t more);
   void DropPartial();
@@ -112,6 +119,8 @@ class Inbound {
   bool started_ = false;
   bool reported_ = false;
   std::uint32_t reportedGeneration_ = 0;
+  std::uint32_t heard_ = 0;  // see HeardPeer
+  std::uint32_t discarded_ = 0;
   std::uint32_t seenGeneration_ = 0;
   std::uint32_t lastWord_ = 0;
 

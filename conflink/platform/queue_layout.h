@@ -22,7 +22,7 @@ static_assert(Word::is_always_lock_free, "shared words must be lock-free to work
 static_assert(sizeof(Word) == 4, "shared words are plain 32-bit words");
 
 constexpr std::uint32_t kLayoutMagic = 0x434c5131u;  // "CLQ1"
-constexpr std::uint32_t kLayoutVersion = 2;
+constexpr std::uint32_t kLayoutVersion = 3;
 constexpr std::size_t kCacheLine = 64;
 
 // The fixed part of the object, written once by whoever initialises it. `magic` is stored last,
@@ -32,6 +32,12 @@ struct alignas(kCacheLine) SegmentHeader {
   Word version;
   Word capacity;      // bytes of each ring (RingBytesFor of the capacity the parties asked for)
   Word segmentBytes;  // size of the whole object
+  // The line of processes waiting for a place (see Attachment::Open with a wait): `lineWaiters`
+  // counts those asleep on `placeFreed`, which a leaving party bumps and wakes one of them on.
+  // A newcomer that sees others waiting queues behind them instead of taking a place that was
+  // freed for the first in line.
+  Word placeFreed;
+  Word lineWaiters;
 };
 
 // One per place. `attach` is (generation << 1) | attached: the generation counts the processes
@@ -49,6 +55,10 @@ struct alignas(kCacheLine) PartyBlock {
   Word waiting;
   Word cpu;
   Word roomWanted;
+  // Non-zero while the party watches a readiness descriptor (see queue_readiness.h): whoever
+  // rings its bell then also sends a datagram to the party's readiness socket, so that poll and
+  // epoll see what the futex sleeper would have seen.
+  Word watching;
 };
 
 // Written only by the producer of the ring (the party in the ring's place).
@@ -57,11 +67,13 @@ struct alignas(kCacheLine) ProducerBlock {
   Word messageSeq;    // number of the message most recently started
   Word abandonedSeq;  // number of the message most recently given up part way
   Word epochStart;    // head at the moment the current producer attached
+  Word refused;       // messages not sent because the process they were for had left
 };
 
 // Written only by the consumer of the ring. On a line of its own, away from the head.
 struct alignas(kCacheLine) ConsumerBlock {
   Word tail;
+  Word discarded;  // messages dropped on arrival: they were for an earlier holder of the place
 };
 
 struct Segment {

@@ -5,6 +5,8 @@
 //   byte 0      taken exclusively to attach, leave or initialise the object; an inspector takes
 //               it shared, which keeps the object's size and its places' holders still
 //   byte 1 + p  held by the party in place p for as long as it is attached
+//   byte 3      held shared by every process waiting in line for a place, so that a newcomer
+//               can tell whether others came first (a waiter that dies leaves the line with it)
 #pragma once
 
 #include <fcntl.h>
@@ -12,6 +14,7 @@
 namespace conflink::queue {
 
 constexpr off_t kBookkeepingLockByte = 0;
+constexpr off_t kLineLockByte = 3;
 inline off_t PlaceLockByte(int place) {
   return static_cast<off_t>(1 + place);
 }

@@ -50,13 +50,27 @@ int Outbound::GiveUp(std::uint32_t seq, bool published, int result) {
   return result;
 }
 
-int Outbound::Send(int type, const std::string& buffer, std::string& error) {
+int Outbound::Send(int type, const std::string& buffer, std::uint32_t to, std::string& error) {
   if (buffer.size() > kMaxQueueMessageBytes) {
     error = "message of " + std::to_string(buffer.size()) + " bytes exceeds the limit of " +
             std::to_string(kMaxQueueMessageBytes);
     return kQueueTooLarge;
   }
   ProducerBlock& producer = a_.outProducer();
+  if (to != kAnyPeer) {
+    // Only a change of the peer's attach word costs a system call here; a peer that died with
+    // its word still set is caught on arrival instead, by its successor.
+    const PeerView view = a_.ObservePeer(Liveness::kKnown);
+    if (!view.alive || Generation(view.word) != to) {
+      producer.refused.store(producer.refused.load(std::memory_order_relaxed) + 1,
+                             std::memory_order_relaxed);
+      error =
+          "the process this message was for has left the queue (its departure is still to "
+          "be received); message of " +
+          std::to_string(buffer.size()) + " bytes discarded";
+      return kQueuePeerDeparted;
+    }
+  }
   ConsumerBlock& consumer = a_.outConsumer();
   RingBytes ring = a_.outbound();
   const RingIndex& index = ring.index();
@@ -150,6 +164,7 @@ int Outbound::Send(int type, const std::string& buffer, std::string& error) {
       header.seq = seq;
       header.type = static_cast<std::uint32_t>(type);
       header.total = total;
+      header.to = to;
       do {
         const std::uint32_t chunk = std::min({total - sent, maxPayload, room - kRecordHeaderBytes});
         header.marker = kRecordMarker | (published ? 0u : kRecordFirst) |
@@ -157,7 +172,8 @@ int Outbound::Send(int type, const std::string& buffer, std::string& error) {
         header.length = chunk;
         head = ring.WriteRecord(head, header, buffer.data() + sent);
         producer.head.store(head, std::memory_order_release);
-        RingIfWaiting(a_.peer(), kWaitForData);
+        RingIfWaiting(a_.peer(), kWaitForData);  // with the fence the notifier needs
+        a_.notifier().Notify(a_.peer());
         sent += chunk;
         room -= kRecordHeaderBytes + chunk;
         published = true;

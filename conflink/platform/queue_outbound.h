@@ -30,8 +30,10 @@ class Outbound {
   Outbound(Attachment& attachment, Inbound& inbound, std::uint32_t capacity)
       : a_(attachment), in_(inbound), recordLimit_(capacity) {}
 
-  // Sends one message; a QueueResult. On failure `error` says why.
-  int Send(int type, const std::string& buffer, std::string& error);
+  // Sends one message for the peer of generation `to` (kAnyPeer: whoever takes the other place);
+  // a QueueResult. A message for a peer that is seen to have left is refused at once with
+  // kQueuePeerDeparted. On failure `error` says why.
+  int Send(int type, const std::string& buffer, std::uint32_t to, std::string& error);
   // Free bytes of the outbound ring (0 when its indices are unusable).
   std::uint32_t FreeBytes() const;
 

@@ -1,6 +1,6 @@
 // The bytes of one ring and the records that travel in it.
 //
-// A message travels as one or more records. Each record is a 20-byte header followed by its
+// A message travels as one or more records. Each record is a 24-byte header followed by its
 // payload, laid end to end in the ring and wrapping at its end; a record becomes visible to the
 // consumer only when the producer publishes the head past all of it. A message longer than the
 // free space travels in several records (fragments) carrying the same message number: the first
@@ -27,8 +27,14 @@ struct RecordHeader {
   std::uint32_t type;    // the message type, as sent
   std::uint32_t total;   // bytes of the whole message
   std::uint32_t length;  // payload bytes of this record
+  // The generation of the process in the consumer's place that the message is for: the peer its
+  // sender last heard of (see PartyBlock::attach). kAnyPeer when the sender knew of no peer: the
+  // message is then for whoever takes it. A consumer of another generation drops the message
+  // (see Inbound), so an answer never reaches the successor of the process it answers.
+  std::uint32_t to = 0;
 };
-constexpr std::uint32_t kRecordHeaderBytes = 20;
+constexpr std::uint32_t kRecordHeaderBytes = 24;
+constexpr std::uint32_t kAnyPeer = 0;
 static_assert(sizeof(RecordHeader) == kRecordHeaderBytes, "record header has no padding");
 
 // Why a record read from the ring cannot be used.

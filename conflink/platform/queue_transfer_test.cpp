@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include <conflink/platform/queue_ring.h>
 #include <conflink/platform/queue_test_support.h>
 
 namespace conflink::testing {
@@ -274,7 +275,7 @@ TEST(QueueTransfer, FreeAndPendingBytesFollowTheRing) {
   std::string text(100, 'p');
   const int type = 3;
   ASSERT_EQ(a->Send(&type, &text), kQueueOk);
-  EXPECT_EQ(a->FreeBytes(), kTestCapacity - 120);
+  EXPECT_EQ(a->FreeBytes(), kTestCapacity - 100 - queue::kRecordHeaderBytes);
   EXPECT_GE(b->PendingBytes(), 100u);
   EXPECT_EQ(ReceiveType(*b), kQueueEventPeerConnected);
   EXPECT_EQ(ReceiveType(*b), 3);
@@ -288,7 +289,7 @@ TEST(QueueTransfer, MessagesTakeOneRecordPerCapacity) {
   TestQueueName name;
   auto a = name.Open();
   auto b = name.Open();
-  constexpr std::uint32_t kHeader = 20;
+  constexpr std::uint32_t kHeader = queue::kRecordHeaderBytes;
   const struct {
     std::uint32_t size, ringBytes;
   } cases[] = {

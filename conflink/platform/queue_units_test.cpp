@@ -77,15 +77,19 @@ TEST(QueueRingBytes, HeaderChecksCatchEveryInconsistency) {
     RecordFault fault;
   };
   const std::uint32_t m = queue::kRecordMarker | queue::kRecordFirst | queue::kRecordLast;
+  const std::uint32_t h = queue::kRecordHeaderBytes;
   const Case cases[] = {
-      {"valid", {m, 1, 5, 10, 10}, 30, RecordFault::kNone},
-      {"valid empty", {m, 1, 5, 0, 0}, 20, RecordFault::kNone},
-      {"fewer bytes than a header", {m, 1, 5, 0, 0}, 19, RecordFault::kTruncated},
-      {"no marker", {0x12345670u, 1, 5, 10, 10}, 30, RecordFault::kBadMarker},
-      {"payload past the head", {m, 1, 5, 11, 11}, 30, RecordFault::kLengthPastHead},
-      {"huge length", {m, 1, 5, 10, 0xffffffffu}, 30, RecordFault::kLengthPastHead},
-      {"size over the limit", {m, 1, 5, kMaxQueueMessageBytes + 1, 4}, 30, RecordFault::kBadTotal},
-      {"fragment larger than its message", {m, 1, 5, 3, 4}, 30, RecordFault::kBadTotal},
+      {"valid", {m, 1, 5, 10, 10}, h + 10, RecordFault::kNone},
+      {"valid empty", {m, 1, 5, 0, 0}, h, RecordFault::kNone},
+      {"fewer bytes than a header", {m, 1, 5, 0, 0}, h - 1, RecordFault::kTruncated},
+      {"no marker", {0x12345670u, 1, 5, 10, 10}, h + 10, RecordFault::kBadMarker},
+      {"payload past the head", {m, 1, 5, 11, 11}, h + 10, RecordFault::kLengthPastHead},
+      {"huge length", {m, 1, 5, 10, 0xffffffffu}, h + 10, RecordFault::kLengthPastHead},
+      {"size over the limit",
+       {m, 1, 5, kMaxQueueMessageBytes + 1, 4},
+       h + 10,
+       RecordFault::kBadTotal},
+      {"fragment larger than its message", {m, 1, 5, 3, 4}, h + 10, RecordFault::kBadTotal},
   };
   for (const Case& c : cases) {
     std::vector<unsigned char> storage(64, 0);

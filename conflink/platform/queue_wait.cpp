@@ -50,6 +50,10 @@ void FutexWakeAll(Word* word) {
   FutexCall(word, FUTEX_WAKE, INT_MAX, -1);
 }
 
+void FutexWakeOne(Word* word) {
+  FutexCall(word, FUTEX_WAKE, 1, -1);
+}
+
 std::int64_t MonotonicMs() {
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);

@@ -25,6 +25,9 @@ namespace conflink::queue {
 void FutexWait(Word* word, std::uint32_t expected, int timeoutMs);
 // Wakes every sleeper on `word`, in any process.
 void FutexWakeAll(Word* word);
+// Wakes the sleeper on `word` that has slept longest (the kernel wakes sleepers of equal
+// priority in the order they went to sleep): how the line for a place is served in turn.
+void FutexWakeOne(Word* word);
 
 // Milliseconds and nanoseconds of a monotonic clock. Reading it costs tens of nanoseconds on a
 // virtual machine, so the paths taken for every message do not.
