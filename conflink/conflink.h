@@ -6,6 +6,8 @@
 #include <conflink/cgi/cgi_to_ps_messenger.h>
 #include <conflink/messaging/shared_interfaces.h>
 #include <conflink/messaging/soho_messenger.h>
+#include <conflink/messaging/link_wait.h>
 #include <conflink/messaging/types.h>
+#include <conflink/messaging/wait_set.h>
 #include <conflink/platform/platform.h>
 #include <conflink/records/records.h>

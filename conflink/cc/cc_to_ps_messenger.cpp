@@ -3,6 +3,7 @@
 #include <conflink/cc/cc_catalogue.h>
 #include <conflink/cc/cc_messages.h>
 #include <conflink/messaging/dispatch.h>
+#include <conflink/messaging/link_wait.h>
 #include <conflink/messaging/message_text.h>
 #include <conflink/messaging/messenger_support.h>
 #include <conflink/messaging/shared_control_impl.h>
@@ -242,16 +243,27 @@ int CCToPSMessenger::WaitForMessageAndDispatch() {
 
 bool CCToPSMessenger::ProcessMessageFromQueue(int maxCount) {
   return conflink::takeWaiting([this] { return queue(); }, received_, maxCount, site(queueNumber()),
-                               [this](int type) {
-                                 if (type == conflink::kQueueEventPeerConnected) {
-                                   PeerConnected();
-                                 } else if (type == conflink::kQueueEventPeerDisconnected) {
-                                   PeerDisconnected();
-                                 } else {
-                                   DispatchMessage(&type, received_.c_str(),
-                                                   static_cast<int>(received_.size()));
-                                 }
-                               });
+                               [this](int type) { deliver(type); });
+}
+
+void CCToPSMessenger::deliver(int type) {
+  if (type == conflink::kQueueEventPeerConnected) {
+    PeerConnected();
+  } else if (type == conflink::kQueueEventPeerDisconnected) {
+    PeerDisconnected();
+  } else {
+    DispatchMessage(&type, received_.c_str(), static_cast<int>(received_.size()));
+  }
+}
+
+int CCToPSMessenger::WaitForMessageFor(int timeoutMs) {
+  return conflink::waitAndDeliver(queue(), received_, timeoutMs, site(queueNumber()),
+                                  [this](int type) { deliver(type); });
+}
+
+bool CCToPSMessenger::DispatchWaiting(int maxCount) {
+  return conflink::takeWaiting([this] { return queue(); }, received_, maxCount, site(queueNumber()),
+                               [this](int type) { deliver(type); });
 }
 
 int CCToPSMessenger::SendMessage(const int* type, std::string* buffer) {

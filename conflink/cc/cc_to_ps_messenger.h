@@ -220,7 +220,22 @@ class CCToPSMessenger : public SohoMessenger,
   int OnInitiateConferenceServer(PSProtocolType) override { return 0; }
   int OnSuccess(const unsigned long long&, CCSuccessType, PSProtocolType) override { return 0; }
 
+  // --- Beyond the documented surface (non-virtual, so no table slot moves) ---
+
+  // Waits at most `timeoutMs` milliseconds for one message or queue event and dispatches it,
+  // returning as soon as it arrives (no polling): a conflink::WaitResult (0 dispatched, 1 failed,
+  // 2 timed out, 3 interrupted by InterruptWait). Queue events go to PeerConnected and
+  // PeerDisconnected.
+  int WaitForMessageFor(int timeoutMs);
+  // Dispatches up to `maxCount` waiting messages without blocking, queue events to PeerConnected
+  // and PeerDisconnected; true when one was taken. What a readiness loop calls when the
+  // messenger's ReadinessFd is readable (conflink::WaitSet does).
+  bool DispatchWaiting(int maxCount);
+
  private:
+  // Hands a message or queue event taken into received_ to its handler.
+  void deliver(int type);
+
   int mark_;
   std::string received_;  // reused for every message taken from the queue
 };

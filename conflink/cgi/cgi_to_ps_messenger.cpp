@@ -3,6 +3,7 @@
 #include <conflink/cgi/cgi_catalogue.h>
 #include <conflink/cgi/cgi_messages.h>
 #include <conflink/messaging/dispatch.h>
+#include <conflink/messaging/link_wait.h>
 #include <conflink/messaging/message_text.h>
 #include <conflink/messaging/messenger_support.h>
 #include <conflink/messaging/shared_control_impl.h>
@@ -450,6 +451,37 @@ bool CGIToPSMessenger::ProcessMessageFromQueue(int maxCount) {
                                  DispatchMessage(&type, received_.c_str(),
                                                  static_cast<int>(received_.size()));
                                });
+}
+
+void CGIToPSMessenger::deliver(int type) {
+  if (type == conflink::kQueueEventPeerConnected) {
+    PeerConnected();
+  } else if (type == conflink::kQueueEventPeerDisconnected) {
+    PeerDisconnected();
+  } else {
+    DispatchMessage(&type, received_.c_str(), static_cast<int>(received_.size()));
+  }
+}
+
+int CGIToPSMessenger::WaitForMessageFor(int timeoutMs) {
+  return conflink::waitAndDeliver(queue(), received_, timeoutMs, site(queueNumber()),
+                                  [this](int type) { deliver(type); });
+}
+
+bool CGIToPSMessenger::DispatchWaiting(int maxCount) {
+  return conflink::takeWaiting([this] { return queue(); }, received_, maxCount, site(queueNumber()),
+                               [this](int type) { deliver(type); });
+}
+
+int CGIToPSMessenger::Request(const unsigned long long& id, const std::function<int()>& send,
+                              int timeoutMs, int* sendResult) {
+  return conflink::requestAndWait(
+      queue(), received_, site(queueNumber()), id, [&] { return send ? send() : 0; }, timeoutMs,
+      [this](int type) { deliver(type); },
+      [this, id](int type, unsigned long long carried, std::size_t length) {
+        Error(conflink::passedOverText(id, type, carried, length).c_str());
+      },
+      sendResult);
 }
 
 int CGIToPSMessenger::SendMessage(const int* type, std::string* buffer) {

@@ -3,6 +3,7 @@
 // of the replies; PS does the reverse.
 #pragma once
 
+#include <functional>
 #include <list>
 #include <string>
 
@@ -398,7 +399,37 @@ class CGIToPSMessenger : public SohoMessenger,
     return 0;
   }
 
+  // --- Beyond the documented surface (non-virtual, so no table slot moves) ---
+
+  // Waits at most `timeoutMs` milliseconds for one message or queue event and dispatches it,
+  // returning as soon as it arrives (no polling): a conflink::WaitResult (0 dispatched, 1 failed,
+  // 2 timed out, 3 interrupted by InterruptWait). Queue events go to PeerConnected and
+  // PeerDisconnected.
+  int WaitForMessageFor(int timeoutMs);
+  // Dispatches up to `maxCount` waiting messages without blocking, queue events to PeerConnected
+  // and PeerDisconnected; true when one was taken. What a readiness loop calls when the
+  // messenger's ReadinessFd is readable (conflink::WaitSet does).
+  bool DispatchWaiting(int maxCount);
+  // For a one-shot client such as a web page: checks that a server is attached (if not, sends
+  // nothing and returns kRequestNoServer at once), sends the request with `send` (which calls
+  // one sending operation with `id` and returns its result), then waits at most `timeoutMs` for
+  // the answer that carries `id` and dispatches it to its handler: a conflink::RequestResult. A
+  // message carrying another RequestId (the answer to someone else's request) is not dispatched
+  // but reported through Error; queue events go to PeerConnected and PeerDisconnected, and the
+  // server's departure ends the wait with kRequestServerLeft. `sendResult`, when given, receives
+  // the send's queue result.
+  //
+  //   CGIToPSMessenger link(41);
+  //   if (link.ConnectWaiting(2000) != conflink::kQueueOpened) ...  // busy: answer 503
+  //   const int r = link.Request(id, [&] { return link.GetGeneralSettings(id, conf); }, 2000);
+  //   // r == conflink::kRequestAnswered: OnSendGeneralSettings has run
+  int Request(const unsigned long long& id, const std::function<int()>& send, int timeoutMs,
+              int* sendResult = nullptr);
+
  private:
+  // Hands a message or queue event taken into received_ to its handler.
+  void deliver(int type);
+
   int mark_;
   std::string received_;  // reused for every message taken from the queue
 };

@@ -6,6 +6,7 @@
 
 #include <cstdio>
 
+#include <conflink/messaging/link_wait.h>
 #include <conflink/platform/cyclic_message_queue.h>
 
 namespace conflink {
@@ -31,6 +32,61 @@ void reportError(const char* text) {
 
 void logInfo(const char* text) {
   syslog(LOG_INFO, "%s", text);
+}
+
+}  // namespace conflink
+
+namespace conflink {
+
+const char* RequestResultText(int result) {
+  switch (result) {
+    case kRequestAnswered:
+      return "answered";
+    case kRequestNotConnected:
+      return "not connected";
+    case kRequestTimedOut:
+      return "no answer before the deadline";
+    case kRequestInterrupted:
+      return "interrupted";
+    case kRequestNoServer:
+      return "no server attached";
+    case kRequestServerLeft:
+      return "the server left before answering";
+    case kRequestSendFailed:
+      return "the request could not be sent";
+    case kRequestQueueFailed:
+      return "the queue failed while waiting";
+    default:
+      return "unknown request result";
+  }
+}
+
+void traceDiscards(CyclicMessageQueue* queue, const LinkSite& site) {
+  if (!TraceOn() || queue == nullptr) return;
+  const unsigned int n = queue->TakeNewDiscards();
+  if (n == 0) return;
+  const std::string text = "dropped " + std::to_string(n) +
+                           " message(s) on arrival: they were for the process that held this "
+                           "place before";
+  TraceText(site, TraceKind::kNote, text.c_str());
+}
+
+bool leadingRequestId(const std::string& buffer, unsigned long long& id) {
+  if (buffer.size() < 8 + 4) return false;
+  id = 0;
+  for (int i = 0; i < 8; ++i) id = (id << 8) | static_cast<unsigned char>(buffer[i]);
+  return true;
+}
+
+std::string passedOverText(unsigned long long awaited, int type, unsigned long long carried,
+                           std::size_t length) {
+  std::string text =
+      "Request " + std::to_string(awaited) + ": passed over message " + std::to_string(type);
+  if (length >= 12)
+    text += " carrying request " + std::to_string(carried) + ", not this request's answer";
+  else
+    text += " of " + std::to_string(length) + " bytes, which carries no request";
+  return text;
 }
 
 }  // namespace conflink

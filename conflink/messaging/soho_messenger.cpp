@@ -3,6 +3,8 @@
 #include <conflink/platform/cyclic_message_queue.h>
 #include <conflink/platform/thread.h>
 
+#include <new>
+
 SohoMessenger::SohoMessenger(int queueNumber) : queueNumber_(queueNumber), queue_(nullptr) {}
 
 SohoMessenger::~SohoMessenger() {
@@ -35,4 +37,24 @@ void SohoMessenger::Disconnect() {
 void SohoMessenger::InterruptWait() {
   CyclicMessageQueue* queue = queue_;
   if (queue != nullptr) queue->Interrupt();
+}
+
+int SohoMessenger::ConnectWaiting(int waitMs, std::string* why) {
+  if (IsConnected()) return conflink::kQueueOpened;
+  Disconnect();
+  queue_ = new (std::nothrow)
+      CyclicMessageQueue(queueNumber_, kQueueKeyPath, kQueueCapacity, nullptr, waitMs);
+  if (queue_ == nullptr) {
+    if (why != nullptr) *why = "out of memory";
+    return conflink::kQueueOpenNoMemory;
+  }
+  if (IsConnected()) return conflink::kQueueOpened;
+  const int result = queue_->OpenResult();
+  if (why != nullptr) *why = queue_->LastError();
+  Disconnect();
+  return result == conflink::kQueueOpened ? conflink::kQueueOpenSystemError : result;
+}
+
+int SohoMessenger::ReadinessFd() {
+  return queue_ == nullptr ? -1 : queue_->ReadinessFd();
 }

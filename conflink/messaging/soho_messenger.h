@@ -1,6 +1,8 @@
 // The connection to the queue that both messengers share. It knows neither messages nor roles.
 #pragma once
 
+#include <string>
+
 class CyclicMessageQueue;
 
 class SohoMessenger {
@@ -31,6 +33,22 @@ class SohoMessenger {
   //
   // Must not run while Connect or Disconnect runs (block the signal around them).
   void InterruptWait();
+
+  // --- Beyond the documented surface (non-virtual) ---
+
+  // Opens the queue like Connect, but when both places are held waits in line for one, at most
+  // `waitMs` milliseconds: woken as soon as a holder leaves, first come first served (no sleeping
+  // and retrying). For a process that must get in soon, such as a web page. Returns
+  // kQueueOpened (1) or the QueueOpenResult that says why not (both places held for the whole
+  // wait, the queue object refused, out of memory...); `why`, when given, receives the details.
+  // A messenger already connected keeps its queue and returns 1.
+  int ConnectWaiting(int waitMs, std::string* why = nullptr);
+  // A descriptor to watch with poll, select or epoll beside sockets: readable while a message or
+  // queue event waits (level-triggered; it may be readable once more after the last one was
+  // taken). When it is readable, take messages with the messenger's DispatchWaiting (or
+  // ProcessMessageFromQueue) until none is left; that clears it. It costs no CPU while idle.
+  // -1 when not connected. It belongs to the queue: a messenger that reconnects has a new one.
+  int ReadinessFd();
 
   SohoMessenger(const SohoMessenger&) = delete;
   SohoMessenger& operator=(const SohoMessenger&) = delete;

@@ -20,6 +20,9 @@ namespace conflink {
 const char* QueueResultText(int) {
   return "fake queue";
 }
+const char* QueueOpenResultText(int) {
+  return "fake open";
+}
 std::string QueueObjectName(int, const char*) {
   return "fake";
 }
@@ -31,7 +34,11 @@ struct CyclicMessageQueue::State {
 
 CyclicMessageQueue::CyclicMessageQueue(int queueNumber, const char* keyPath, unsigned int capacity,
                                        Link* link)
+    : CyclicMessageQueue(queueNumber, keyPath, capacity, link, 0) {}
+CyclicMessageQueue::CyclicMessageQueue(int queueNumber, const char* keyPath, unsigned int capacity,
+                                       Link* link, int waitMs)
     : state_(new State{false}) {
+  Fake().waitSeen = waitMs;
   auto& f = Fake();
   ++f.queuesMade;
   ++f.queuesAlive;
@@ -93,6 +100,22 @@ unsigned int CyclicMessageQueue::Capacity() {
 }
 int CyclicMessageQueue::IsConnected() {
   return state_->connected && !Fake().dropConnection;
+}
+
+int CyclicMessageQueue::OpenResult() const {
+  return state_->connected ? conflink::kQueueOpened : Fake().openFailure;
+}
+int CyclicMessageQueue::ReadinessFd() {
+  return -1;
+}
+unsigned int CyclicMessageQueue::DiscardedMessages() const {
+  return 0;
+}
+unsigned int CyclicMessageQueue::TakeNewDiscards() {
+  return 0;
+}
+unsigned int CyclicMessageQueue::AddressedPeer() const {
+  return 0;
 }
 
 void Thread::Sleep(unsigned long ms) {

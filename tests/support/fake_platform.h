@@ -41,6 +41,8 @@ struct FakePlatform {
   std::string keyPathSeen;
   unsigned int capacitySeen = 0;
   bool linkWasNull = true;
+  int waitSeen = -1;     // the wait for a place the last queue was made with
+  int openFailure = -1;  // OpenResult of a queue that did not connect
 };
 
 // The one script every fake queue reads; Reset() before each test.
