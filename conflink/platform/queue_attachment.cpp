@@ -352,9 +352,13 @@ void Attachment::Close() {
     notifier_.Notify(peer());
     SetByteLock(fd_, F_UNLCK, PlaceLockByte(place_));
     struct stat st {};
-    if (locked && fstat(fd_, &st) == 0 && st.st_nlink > 0 &&
-        !ByteLockHeldElsewhere(fd_, PlaceLockByte(1 - place_))) {
-      shm_unlink(name_.c_str());
+    const bool last = locked && fstat(fd_, &st) == 0 && st.st_nlink > 0 &&
+                      !ByteLockHeldElsewhere(fd_, PlaceLockByte(1 - place_));
+    if (last) shm_unlink(name_.c_str());
+    // The line is woken once the bookkeeping lock is free, so that the first waiter takes the
+    // place at once instead of finding the lock held and sleeping on it.
+    if (locked) SetByteLock(fd_, F_UNLCK, kBookkeepingLockByte);
+    if (last) {
       // Whoever waits in line on the removed object opens the name again.
       segment().header.placeFreed.fetch_add(1, std::memory_order_release);
       FutexWakeAll(&segment().header.placeFreed);
