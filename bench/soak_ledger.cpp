@@ -76,6 +76,10 @@ bool DirectionBook::excused(uint32_t group) const {
   return false;
 }
 
+void ExcuseSentToDeparted(DirectionBook& sent) {
+  raise(sent.excuseBelow, sent.next.load() + 1);
+}
+
 void ExcuseAfterDeath(Ledger& ledger, int side, bool peerAttached) {
   for (int link = 0; link < kLinks; ++link) {
     DirectionBook& sent = ledger.directions[direction(link, side)];

@@ -8,16 +8,17 @@
 // cannot place by itself) followed by one numbered message whose first field, the request
 // identifier, is g. The receiver regenerates group g from the seed and compares the bytes.
 //
-// What must arrive (the queue's delivery rules): a message reaches whichever process holds the
-// other place, whole, in order and once, unless a party of the link died while it was in
-// flight: a dying receiver takes with it what it had taken or held, and what a dying sender
-// left unread may be discarded. So when the controller has reaped a killed party it marks, in
-// each direction of that party, every group sent or being sent so far as excused: groups below
-// `excuseBelow` may be missing (counted as dropped, with that rule), every later group must
-// arrive. A restarted sender starts after the group its predecessor may have been sending.
-// When the peer stayed attached, a killed sender's groups must all arrive but the one it was
-// sending. Words are 32-bit atomics: lock-free on the 32-bit target too, so they work across
-// processes.
+// What must arrive (the queue's delivery rules): a message reaches the process its sender knew
+// at the other place, whole, in order and once, and never a successor of that process; so when
+// a sender takes its peer's departure, every group it sent so far is excused (the departed peer
+// may not have taken it). Besides, a party of the link may die while a message is in flight: a
+// dying receiver takes with it what it had taken or held, and what a dying sender left unread may
+// be discarded. So when the controller has reaped a killed party it marks, in each direction of
+// that party, every group sent or being sent so far as excused: groups below `excuseBelow` may be
+// missing (counted as dropped, with that rule), every later group must arrive. A restarted sender
+// starts after the group its predecessor may have been sending. When the peer stayed attached, a
+// killed sender's groups must all arrive but the one it was sending. Words are 32-bit atomics:
+// lock-free on the 32-bit target too, so they work across processes.
 #pragma once
 
 #include <atomic>
@@ -97,6 +98,9 @@ void UnmapLedger(Ledger* ledger);
 // killed, only that group is excused (what a departing sender left reaches an attached peer),
 // otherwise every group before it too.
 void ExcuseAfterDeath(Ledger& ledger, int side, bool peerAttached);
+// A sender's mark when it takes its peer's departure: every group it sent or is sending may be
+// missing, since what the departed peer had not taken is dropped, never handed to a successor.
+void ExcuseSentToDeparted(DirectionBook& sent);
 
 // A message as it travelled: type and buffer (payload, then the link mark).
 struct Wire {

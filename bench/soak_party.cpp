@@ -43,9 +43,18 @@ long msSince(Clock::time_point t) {
 class Judge {
  public:
   Judge(Ledger& ledger, int side, int link, const Traffic& traffic)
-      : book_(ledger.directions[direction(link, 1 - side)]), from_(1 - side), traffic_(traffic) {}
+      : book_(ledger.directions[direction(link, 1 - side)]),
+        sent_(ledger.directions[direction(link, side)]),
+        from_(1 - side),
+        traffic_(traffic) {}
 
   void peerEvent() { book_.peerEvents.fetch_add(1); }
+  // The peer's departure was taken: what this party sent it and it had not taken is dropped
+  // (a message is for the peer its sender knows, never for a successor).
+  void peerLeft() {
+    peerEvent();
+    ExcuseSentToDeparted(sent_);
+  }
 
   // A message the messenger dispatched, and how many handler calls and errors it made.
   void received(int type, const char* data, int length, size_t calls, size_t errors) {
@@ -82,6 +91,7 @@ class Judge {
 
  private:
   DirectionBook& book_;
+  DirectionBook& sent_;
   int from_;
   const Traffic& traffic_;
   Arrivals arrivals_;
@@ -96,7 +106,12 @@ class End : public Recorder {
 
   bool DispatchMessage(const int* type, const char* data, int length) override {
     if (*type == kQueueEventPeerConnected || *type == kQueueEventPeerDisconnected) {
-      judge_.peerEvent();  // the CGI messenger hands queue events to its dispatcher
+      // The CGI messenger's ProcessMessageFromQueue hands queue events to its dispatcher.
+      if (*type == kQueueEventPeerDisconnected) {
+        judge_.peerLeft();
+      } else {
+        judge_.peerEvent();
+      }
       return Recorder::DispatchMessage(type, data, length);
     }
     this->calls.clear();
@@ -106,7 +121,7 @@ class End : public Recorder {
     return known;
   }
   void PeerConnected() override { judge_.peerEvent(); }
-  void PeerDisconnected() override { judge_.peerEvent(); }
+  void PeerDisconnected() override { judge_.peerLeft(); }
   int SendMessage(const int* type, std::string* buffer) override {
     const int result = Recorder::SendMessage(type, buffer);
     lastBytes = buffer->size();

@@ -207,14 +207,15 @@ int Inspect(const std::vector<std::string>& operands) {
   PrintPlaces(report, true);
   std::printf("\n");
   Table rings({"RING", "FROM", "TO", "HEAD", "TAIL", "PENDING", "FREE", "MESSAGES", "RECORDS",
-               "LAST SEQ", "ABANDONED SEQ"});
+               "LAST SEQ", "ABANDONED SEQ", "FOR GONE", "REFUSED", "DROPPED"});
   for (int r = 0; r < 2; ++r) {
     const auto& ring = report.ring[r];
     rings.Add({Num(static_cast<std::uint64_t>(r)), "place " + Num(static_cast<std::uint64_t>(r)),
                "place " + Num(static_cast<std::uint64_t>(1 - r)), Num(ring.head), Num(ring.tail),
                ring.indicesValid ? Num(ring.pendingBytes) : "-",
                ring.indicesValid ? Num(ring.freeBytes) : "-", Counted(ring, ring.pendingMessages),
-               Counted(ring, ring.pendingRecords), Num(ring.messageSeq), Num(ring.abandonedSeq)});
+               Counted(ring, ring.pendingRecords), Num(ring.messageSeq), Num(ring.abandonedSeq),
+               Counted(ring, ring.pendingForDeparted), Num(ring.refused), Num(ring.discarded)});
   }
   rings.Print("  ");
   if (report.findings.empty()) {

@@ -25,7 +25,7 @@ const char* QueueResultText(int result) {
     case kQueuePeerAbsentFull:
       return "outbound ring full and peer absent";
     case kQueuePeerDeparted:
-      return "peer departed during the send";
+      return "peer departed: the message was for a process that left";
     case kQueueTooLarge:
       return "message too large";
     case kQueuePeerStalled:

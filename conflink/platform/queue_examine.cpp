@@ -173,13 +173,16 @@ std::string Ring(int r) {
 // Reads ring r's indices and counts its pending records. Every index is checked before it is
 // used and records are read through RingBytes, which stays within the ring.
 void ReadRing(const Segment& seg, const unsigned char* base, std::uint32_t capacity, int r,
-              RingReport& out, std::vector<std::string>& findings) {
+              const PlaceReport& consumerPlace, RingReport& out,
+              std::vector<std::string>& findings) {
   const RingIndex index(capacity);
   out.head = seg.producer[r].head.load(std::memory_order_acquire);
   out.tail = seg.consumer[r].tail.load(std::memory_order_acquire);
   out.messageSeq = seg.producer[r].messageSeq.load(std::memory_order_relaxed);
   out.abandonedSeq = seg.producer[r].abandonedSeq.load(std::memory_order_relaxed);
   out.epochStart = seg.producer[r].epochStart.load(std::memory_order_relaxed);
+  out.refused = seg.producer[r].refused.load(std::memory_order_relaxed);
+  out.discarded = seg.consumer[r].discarded.load(std::memory_order_relaxed);
   const std::string span = "[0, " + std::to_string(2ull * capacity) + ")";
   if (!index.Valid(out.head))
     findings.push_back(Ring(r) + ": head " + std::to_string(out.head) + " is outside " + span);
@@ -222,6 +225,10 @@ void ReadRing(const Segment& seg, const unsigned char* base, std::uint32_t capac
     }
     ++out.pendingRecords;
     if ((header.marker & kRecordLast) != 0) ++out.pendingMessages;
+    // A message for a process that is no longer in the consumer's place (see RecordHeader::to).
+    if ((header.marker & kRecordFirst) != 0 && header.to != kAnyPeer &&
+        !(consumerPlace.alive && consumerPlace.generation == header.to))
+      ++out.pendingForDeparted;
     const std::uint32_t size = kRecordHeaderBytes + header.length;
     at = index.Advance(at, size);
     left -= size;
@@ -426,8 +433,15 @@ bool InspectQueue(const std::string& objectName, QueueReport& report, std::strin
   const auto& seg = *reinterpret_cast<const Segment*>(mapping.bytes());
   if (!CheckHeader(seg.header, report, error)) return false;
   ReadPlaces(seg, report);
-  for (int r = 0; r < 2; ++r)
-    ReadRing(seg, mapping.bytes(), report.capacity, r, report.ring[r], report.findings);
+  for (int r = 0; r < 2; ++r) {
+    RingReport& ring = report.ring[r];
+    ReadRing(seg, mapping.bytes(), report.capacity, r, report.place[1 - r], ring, report.findings);
+    if (ring.pendingForDeparted > 0)
+      report.findings.push_back(
+          Ring(r) + ": " + std::to_string(ring.pendingForDeparted) +
+          " message(s) queued for a process that has left place " + std::to_string(1 - r) +
+          "; they are dropped on arrival, never delivered to whoever takes the place");
+  }
   if (!report.place[0].alive && !report.place[1].alive) {
     for (int r = 0; r < 2; ++r) {
       const RingReport& ring = report.ring[r];

@@ -72,6 +72,11 @@ struct RingReport {
   std::uint32_t messageSeq = 0;       // number of the message most recently started
   std::uint32_t abandonedSeq = 0;     // number of the message most recently given up
   std::uint32_t epochStart = 0;       // head when the current producer attached
+  // Messages for a process that has left: still queued (the consumer's successor will drop
+  // them), refused by the producer at send time, and dropped on arrival by the consumer.
+  std::uint32_t pendingForDeparted = 0;
+  std::uint32_t refused = 0;
+  std::uint32_t discarded = 0;
 };
 
 struct QueueReport {

@@ -350,6 +350,43 @@ TEST(QueueInspect, AKilledPartyIsAttachedButNotAlive) {
   EXPECT_TRUE(HasFinding(r, "ended without leaving")) << Findings(r);
 }
 
+// What was sent to a process that then died is shown as queued for a process that has left;
+// once the departure is known, a send to it is refused and counted, and what its successor
+// drops on arrival is counted too.
+TEST(QueueInspect, MessagesForAProcessThatLeftAreShownAndCounted) {
+  TestQueueName name;
+  auto server = name.Open();
+  Pace attached, never;
+  ChildProcess page([&] {
+    auto mine = name.Open();
+    attached.Signal();
+    never.Await(30000);
+    return 2;
+  });
+  ASSERT_EQ(attached.Await(), 'x');
+  ASSERT_EQ(ReceiveType(*server), kQueueEventPeerConnected);
+  page.stop();
+  EXPECT_EQ(page.wait(), 128 + SIGKILL);
+  // Its attach word still says attached: the answer goes into the ring, for the dead page.
+  ASSERT_EQ(SendText(*server, 266, "answer"), kQueueOk);
+  QueueReport r = Inspect(name);
+  EXPECT_EQ(r.ring[0].pendingForDeparted, 1u);
+  EXPECT_TRUE(HasFinding(r, "queued for a process that has left")) << Findings(r);
+  ASSERT_EQ(ReceiveType(*server), kQueueEventPeerDisconnected);
+  auto next = name.Open();
+  EXPECT_EQ(ReceiveType(*next), kQueueEventPeerConnected);
+  EXPECT_EQ(ReceiveType(*next, nullptr, 200), kNothing) << "the dead page's answer";
+  EXPECT_EQ(next->DiscardedMessages(), 1u);
+  // The next page leaves before the server has received its departure: refused at once.
+  ASSERT_EQ(ReceiveType(*server), kQueueEventPeerConnected);
+  next.reset();
+  EXPECT_EQ(SendText(*server, 266, "answer"), kQueuePeerDeparted);
+  r = Inspect(name);
+  EXPECT_EQ(r.ring[0].pendingForDeparted, 0u);
+  EXPECT_EQ(r.ring[0].discarded, 1u);
+  EXPECT_EQ(r.ring[0].refused, 1u);
+}
+
 TEST(QueueInspect, IsInvisibleToTheParties) {
   TestQueueName name;
   auto q = name.Open();
