@@ -94,6 +94,48 @@ TEST_F(MessengerIpcTest, ServerLearnsOfAKilledPeer) {
   EXPECT_LT(Clock::now() - killed, std::chrono::seconds(2));
 }
 
+// A restarted call control never receives what the server sent its predecessor, also what the
+// server sent after the predecessor died but before it received the departure; what the server
+// sends once it has heard of the new one arrives, and the new one's wait wakes on it.
+TEST_F(MessengerIpcTest, ARestartedCallControlNeverReceivesWhatWasSentToItsPredecessor) {
+  ServerSide ps(queueNumber_);
+  ASSERT_TRUE(ps.Connect(1, 0));
+  const int queue = queueNumber_;
+  ChildProcess first([queue] {
+    CCToPSMessenger side(queue);
+    if (!side.Connect(50, 20) || side.InitiateConferenceServer() <= 0) return 10;
+    pause();  // takes nothing until killed
+    return 0;
+  });
+  ASSERT_TRUE(pollUntil(ps, [&] { return ps.seen.size() >= 2; }));
+  for (unsigned long long id = 1; id <= 3; ++id)
+    EXPECT_EQ(ps.ReportError(id, static_cast<ConfServError>(5)), 1);
+  first.kill9();
+  EXPECT_EQ(first.wait(), 128 + SIGKILL);
+  const int late = ps.ReportError(4, static_cast<ConfServError>(5));  // dead, not yet known
+  EXPECT_TRUE(late == 1 || late == conflink::kQueuePeerDeparted) << late;
+
+  ChildProcess second([queue] {
+    struct Restarted : CCToPSMessenger {
+      using CCToPSMessenger::CCToPSMessenger;
+      std::vector<unsigned long long> errors;
+      int OnReportError(const unsigned long long& id, ConfServError) override {
+        errors.push_back(id);
+        return 0;
+      }
+    } side(queue);
+    if (!side.Connect(50, 20)) return 10;
+    while (side.errors.empty())
+      if (side.WaitForMessageFor(10000) != conflink::kWaitDispatched) return 11;
+    return side.errors == std::vector<unsigned long long>{99} ? 0 : 20 + int(side.errors[0]);
+  });
+  ASSERT_TRUE(pollUntil(ps, [&] { return ps.seen.size() >= 4; }));
+  EXPECT_EQ(ps.seen,
+            (std::vector<std::string>{"connected", "initiate 0", "disconnected", "connected"}));
+  EXPECT_EQ(ps.ReportError(99, static_cast<ConfServError>(5)), 1);
+  EXPECT_EQ(second.wait(), 0) << "20 + the first RequestId it received";
+}
+
 TEST_F(MessengerIpcTest, WebFrontEndPollReportsWhetherThePeerIsOnline) {
   CGIToPSMessenger cgi(queueNumber_);
   ASSERT_TRUE(cgi.Connect(1, 0));
