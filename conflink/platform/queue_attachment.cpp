@@ -234,41 +234,76 @@ bool Attachment::OpenLocked(std::string& error, int& failure) {
   return true;
 }
 
+// The lock byte of ticket `ticket`.
+off_t LineByte(std::uint32_t ticket) {
+  return kLineLockBase + static_cast<off_t>(ticket % kLineSlots);
+}
+
+bool Attachment::FirstInLine(std::uint32_t ticket) {
+  SegmentHeader& h = segment().header;
+  std::uint32_t first = h.lineFirst.load(std::memory_order_relaxed);
+  // Tickets before ours whose holders are gone are passed over for good.
+  while (first != ticket && ticket - first < kLineSlots &&
+         !ByteLockHeldElsewhere(fd_, LineByte(first)))
+    ++first;
+  h.lineFirst.store(first, std::memory_order_relaxed);
+  if (first == ticket || ticket - first >= kLineSlots) return true;
+  for (std::uint32_t t = first + 1; t != ticket; ++t)
+    if (ByteLockHeldElsewhere(fd_, LineByte(t))) return false;
+  return !ByteLockHeldElsewhere(fd_, LineByte(first));
+}
+
 int Attachment::WaitInLine(std::int64_t deadline, std::string& error, int& failure) {
-  SetByteLock(fd_, F_RDLCK, kLineLockByte);
-  Word& freed = segment().header.placeFreed;
+  SegmentHeader& h = segment().header;
+  const std::uint32_t ticket = h.lineNext.load(std::memory_order_relaxed);
+  if (!SetByteLock(fd_, F_WRLCK, LineByte(ticket))) {
+    error = "more than " + std::to_string(kLineSlots) + " processes wait in line for the queue";
+    failure = kQueueOpenBusy;
+    return -1;
+  }
+  h.lineNext.store(ticket + 1, std::memory_order_relaxed);
   for (;;) {
-    const std::uint32_t seen = freed.load(std::memory_order_acquire);
-    segment().header.lineWaiters.fetch_add(1, std::memory_order_relaxed);
+    if (FirstInLine(ticket)) {
+      place_ = ChoosePlace();
+      if (place_ >= 0 && SetByteLock(fd_, F_WRLCK, PlaceLockByte(place_))) {
+        h.lineFirst.store(ticket + 1, std::memory_order_relaxed);
+        SetByteLock(fd_, F_UNLCK, LineByte(ticket));
+        // The next in line may find the other place free too.
+        h.placeFreed.fetch_add(1, std::memory_order_release);
+        if (h.lineNext.load(std::memory_order_relaxed) != ticket + 1) FutexWakeAll(&h.placeFreed);
+        return 1;
+      }
+      place_ = -1;
+    }
+    if (MonotonicMs() >= deadline) {
+      error = "both places of the queue stayed taken for the whole wait";
+      failure = kQueueOpenPlacesHeld;
+      return -1;
+    }
+    const std::uint32_t seen = h.placeFreed.load(std::memory_order_acquire);
     SetByteLock(fd_, F_UNLCK, kBookkeepingLockByte);
     const std::int64_t left = deadline - MonotonicMs();
     if (left > 0)
-      FutexWait(&freed, seen, static_cast<int>(std::min<std::int64_t>(left, kQueueLineRecheckMs)));
-    segment().header.lineWaiters.fetch_sub(1, std::memory_order_relaxed);
+      FutexWait(&h.placeFreed, seen,
+                static_cast<int>(std::min<std::int64_t>(left, kQueueLineRecheckMs)));
     if (!AcquireMutex(fd_, kMutexWaitMs)) {
       error = "another process holds the queue's bookkeeping lock too long";
       failure = kQueueOpenBusy;
       return -1;
     }
-    // The object may have been removed (both holders left) or made afresh (both died) while we
-    // slept: then it is opened again from the start.
+    // The object may have been removed (both holders left) or made afresh (both died, and a
+    // newcomer found it empty: our ticket is then no longer in its line) while we slept: then it
+    // is opened again from the start, and we join the line again there.
     struct stat st {};
     if (fstat(fd_, &st) != 0 || st.st_nlink == 0 ||
         static_cast<std::size_t>(st.st_size) != bytes_ ||
-        segment().header.magic.load(std::memory_order_acquire) != kLayoutMagic ||
-        segment().header.capacity.load(std::memory_order_relaxed) != capacity_) {
+        h.magic.load(std::memory_order_acquire) != kLayoutMagic ||
+        h.capacity.load(std::memory_order_relaxed) != capacity_ ||
+        ticket - h.lineFirst.load(std::memory_order_relaxed) >=
+            h.lineNext.load(std::memory_order_relaxed) -
+                h.lineFirst.load(std::memory_order_relaxed)) {
+      SetByteLock(fd_, F_UNLCK, LineByte(ticket));
       return 0;
-    }
-    place_ = ChoosePlace();
-    if (place_ >= 0 && SetByteLock(fd_, F_WRLCK, PlaceLockByte(place_))) {
-      SetByteLock(fd_, F_UNLCK, kLineLockByte);
-      return 1;
-    }
-    place_ = -1;
-    if (MonotonicMs() >= deadline) {
-      error = "both places of the queue stayed taken for the whole wait";
-      failure = kQueueOpenPlacesHeld;
-      return -1;
     }
   }
 }
@@ -284,7 +319,8 @@ bool Attachment::Open(int queueNumber, const char* keyPath, std::uint32_t capaci
   }
   capacity_ = capacity;
   name_ = QueueObjectName(queueNumber, keyPath);
-  const std::int64_t deadline = waitMs > 0 ? MonotonicMs() + waitMs : 0;
+  // The clock counts whole milliseconds: one more, so that the wait is never shorter than asked.
+  const std::int64_t deadline = waitMs > 0 ? MonotonicMs() + waitMs + 1 : 0;
 
   Register();
   for (;;) {
@@ -292,25 +328,25 @@ bool Attachment::Open(int queueNumber, const char* keyPath, std::uint32_t capaci
       Abandon();
       return false;
     }
-    // First come, first served: a process that waits does not take a place that came free for
-    // those already in line.
-    const bool othersInLine = waitMs > 0 && ByteLockHeldElsewhere(fd_, kLineLockByte);
-    place_ = othersInLine ? -1 : ChoosePlace();
+    if (waitMs > 0) {
+      // First come, first served: a process that may wait takes its place in line, even when a
+      // place is free, so that it does not take one that came free for those already waiting.
+      const int waited = WaitInLine(deadline, error, failure);
+      if (waited > 0) break;
+      if (waited < 0) {
+        Abandon();
+        return false;
+      }
+      Release();  // the object went away: open its name again
+      continue;
+    }
+    place_ = ChoosePlace();
     if (place_ >= 0 && SetByteLock(fd_, F_WRLCK, PlaceLockByte(place_))) break;
     place_ = -1;
-    if (waitMs <= 0) {
-      error = "both places of the queue are taken";
-      failure = kQueueOpenPlacesHeld;
-      Abandon();
-      return false;
-    }
-    const int waited = WaitInLine(deadline, error, failure);
-    if (waited > 0) break;
-    if (waited < 0) {
-      Abandon();
-      return false;
-    }
-    Release();  // the object went away: open its name again
+    error = "both places of the queue are taken";
+    failure = kQueueOpenPlacesHeld;
+    Abandon();
+    return false;
   }
 
   // The records before the current head were written by earlier holders of our place; the peer
@@ -335,9 +371,11 @@ bool Attachment::Open(int queueNumber, const char* keyPath, std::uint32_t capaci
 
 void Attachment::WakeLine() {
   if (base_ == nullptr || inherited_) return;
-  Word& freed = segment().header.placeFreed;
-  freed.fetch_add(1, std::memory_order_release);
-  if (segment().header.lineWaiters.load(std::memory_order_relaxed) != 0) FutexWakeOne(&freed);
+  SegmentHeader& h = segment().header;
+  h.placeFreed.fetch_add(1, std::memory_order_release);
+  // Every waiter looks; only the first in line takes the place (see FirstInLine).
+  if (h.lineNext.load(std::memory_order_relaxed) != h.lineFirst.load(std::memory_order_relaxed))
+    FutexWakeAll(&h.placeFreed);
 }
 
 void Attachment::Close() {

@@ -48,7 +48,7 @@ class Attachment {
 
   // Opens or creates the object and takes a free place. When both places are held and `waitMs`
   // is positive, waits in line for one for at most that long: woken when a holder leaves, in
-  // the order the waiters came (see SegmentHeader::placeFreed). On failure returns false, sets
+  // the order the waiters came (see SegmentHeader::lineNext). On failure returns false, sets
   // `error` to the reason and `failure` to its QueueOpenResult, and holds nothing.
   bool Open(int queueNumber, const char* keyPath, std::uint32_t capacity, int waitMs,
             std::string& error, int& failure);
@@ -110,9 +110,12 @@ class Attachment {
   bool Map(std::size_t bytes, std::string& error);
   // The object opened, locked for bookkeeping and mapped, or false with `error` and `failure`.
   bool OpenLocked(std::string& error, int& failure);
-  // Waits in line until a place can be taken or `deadline` passes; see Open. Returns 1 with a
-  // place taken, 0 when the object went away meanwhile (open it again), -1 on failure.
+  // Takes a ticket and waits in line until a place can be taken or `deadline` passes; see Open
+  // and SegmentHeader::lineNext. Called and returns with the bookkeeping lock held. Returns 1
+  // with a place taken, 0 when the object went away meanwhile (open it again), -1 on failure.
   int WaitInLine(std::int64_t deadline, std::string& error, int& failure);
+  // Whether no live waiter holds a ticket before `ticket`; passes over those that left.
+  bool FirstInLine(std::uint32_t ticket);
   bool Initialise(std::string& error);
   int ChoosePlace();
   void Release();

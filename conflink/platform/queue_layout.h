@@ -32,12 +32,15 @@ struct alignas(kCacheLine) SegmentHeader {
   Word version;
   Word capacity;      // bytes of each ring (RingBytesFor of the capacity the parties asked for)
   Word segmentBytes;  // size of the whole object
-  // The line of processes waiting for a place (see Attachment::Open with a wait): `lineWaiters`
-  // counts those asleep on `placeFreed`, which a leaving party bumps and wakes one of them on.
-  // A newcomer that sees others waiting queues behind them instead of taking a place that was
-  // freed for the first in line.
+  // The line of processes waiting for a place (see Attachment::Open with a wait). Each takes a
+  // ticket from `lineNext` and holds the lock byte of its ticket (queue_locks.h) while it waits;
+  // it may take a free place only when no ticket from `lineFirst` up to its own is still held,
+  // so the line is served in the order it formed and a waiter that died or gave up is passed
+  // over. Waiters sleep on `placeFreed`, which a leaving party bumps and wakes them all on.
+  // Written only under the bookkeeping lock (placeFreed aside).
   Word placeFreed;
-  Word lineWaiters;
+  Word lineNext;
+  Word lineFirst;
 };
 
 // One per place. `attach` is (generation << 1) | attached: the generation counts the processes

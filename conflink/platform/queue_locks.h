@@ -5,16 +5,21 @@
 //   byte 0      taken exclusively to attach, leave or initialise the object; an inspector takes
 //               it shared, which keeps the object's size and its places' holders still
 //   byte 1 + p  held by the party in place p for as long as it is attached
-//   byte 3      held shared by every process waiting in line for a place, so that a newcomer
-//               can tell whether others came first (a waiter that dies leaves the line with it)
+//   byte kLineLockBase + t % kLineSlots
+//               held by the process waiting in line for a place with ticket t (see
+//               SegmentHeader::lineNext), so that those behind it can tell whether it still
+//               waits (one that dies or gives up leaves the line with its lock)
 #pragma once
 
 #include <fcntl.h>
 
+#include <cstdint>
+
 namespace conflink::queue {
 
 constexpr off_t kBookkeepingLockByte = 0;
-constexpr off_t kLineLockByte = 3;
+constexpr off_t kLineLockBase = 16;
+constexpr std::uint32_t kLineSlots = 1024;
 inline off_t PlaceLockByte(int place) {
   return static_cast<off_t>(1 + place);
 }

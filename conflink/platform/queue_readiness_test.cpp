@@ -127,6 +127,33 @@ TEST(QueueLine, AWaiterTakesThePlaceItsHolderLeaves) {
   EXPECT_EQ(ReceiveType(*b), 9);
 }
 
+// The line is served in the order it formed, even when a later waiter looks first.
+TEST(QueueLine, WaitersAreServedInTheOrderTheyCame) {
+  TestQueueName name;
+  auto a = name.Open();
+  auto b = name.Open();
+  std::unique_ptr<CyclicMessageQueue> first, second;
+  std::thread firstWaits([&] {
+    first = std::make_unique<CyclicMessageQueue>(name.number(), name.key(), kTestRecordBytes,
+                                                 nullptr, kPatient);
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  std::thread secondWaits([&] {
+    second = std::make_unique<CyclicMessageQueue>(name.number(), name.key(), kTestRecordBytes,
+                                                  nullptr, kPatient);
+  });
+  // Long enough for the second to have looked at the line several times on its own.
+  std::this_thread::sleep_for(std::chrono::milliseconds(4 * kQueueLineRecheckMs));
+  a.reset();
+  firstWaits.join();
+  ASSERT_EQ(first->OpenResult(), kQueueOpened) << first->LastError();
+  std::this_thread::sleep_for(std::chrono::milliseconds(2 * kQueueLineRecheckMs));
+  EXPECT_EQ(second, nullptr) << "the second waiter still waits";
+  b.reset();
+  secondWaits.join();
+  EXPECT_EQ(second->OpenResult(), kQueueOpened) << second->LastError();
+}
+
 TEST(QueueLine, AHolderKilledFreesItsPlaceForTheLine) {
   TestQueueName name;
   auto a = name.Open();
