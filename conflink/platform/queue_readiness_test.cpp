@@ -133,6 +133,7 @@ TEST(QueueLine, WaitersAreServedInTheOrderTheyCame) {
   auto a = name.Open();
   auto b = name.Open();
   std::unique_ptr<CyclicMessageQueue> first, second;
+  std::atomic<bool> secondIn{false};
   std::thread firstWaits([&] {
     first = std::make_unique<CyclicMessageQueue>(name.number(), name.key(), kTestRecordBytes,
                                                  nullptr, kPatient);
@@ -141,6 +142,7 @@ TEST(QueueLine, WaitersAreServedInTheOrderTheyCame) {
   std::thread secondWaits([&] {
     second = std::make_unique<CyclicMessageQueue>(name.number(), name.key(), kTestRecordBytes,
                                                   nullptr, kPatient);
+    secondIn = true;
   });
   // Long enough for the second to have looked at the line several times on its own.
   std::this_thread::sleep_for(std::chrono::milliseconds(4 * kQueueLineRecheckMs));
@@ -148,7 +150,7 @@ TEST(QueueLine, WaitersAreServedInTheOrderTheyCame) {
   firstWaits.join();
   ASSERT_EQ(first->OpenResult(), kQueueOpened) << first->LastError();
   std::this_thread::sleep_for(std::chrono::milliseconds(2 * kQueueLineRecheckMs));
-  EXPECT_EQ(second, nullptr) << "the second waiter still waits";
+  EXPECT_FALSE(secondIn.load()) << "the second waiter still waits";
   b.reset();
   secondWaits.join();
   EXPECT_EQ(second->OpenResult(), kQueueOpened) << second->LastError();
