@@ -242,28 +242,20 @@ int CCToPSMessenger::WaitForMessageAndDispatch() {
 }
 
 bool CCToPSMessenger::ProcessMessageFromQueue(int maxCount) {
-  return conflink::takeWaiting([this] { return queue(); }, received_, maxCount, site(queueNumber()),
-                               [this](int type) { deliver(type); });
-}
-
-void CCToPSMessenger::deliver(int type) {
-  if (type == conflink::kQueueEventPeerConnected) {
-    PeerConnected();
-  } else if (type == conflink::kQueueEventPeerDisconnected) {
-    PeerDisconnected();
-  } else {
-    DispatchMessage(&type, received_.c_str(), static_cast<int>(received_.size()));
-  }
+  // On this link the documented loop already hands queue events to their handlers.
+  return DispatchWaiting(maxCount);
 }
 
 int CCToPSMessenger::WaitForMessageFor(int timeoutMs) {
-  return conflink::waitAndDeliver(queue(), received_, timeoutMs, site(queueNumber()),
-                                  [this](int type) { deliver(type); });
+  return conflink::waitAndDeliver(
+      queue(), received_, timeoutMs, site(queueNumber()),
+      [this](int type) { conflink::deliverTaken(*this, type, received_); });
 }
 
 bool CCToPSMessenger::DispatchWaiting(int maxCount) {
-  return conflink::takeWaiting([this] { return queue(); }, received_, maxCount, site(queueNumber()),
-                               [this](int type) { deliver(type); });
+  return conflink::takeWaiting(
+      [this] { return queue(); }, received_, maxCount, site(queueNumber()),
+      [this](int type) { conflink::deliverTaken(*this, type, received_); });
 }
 
 int CCToPSMessenger::SendMessage(const int* type, std::string* buffer) {

@@ -233,9 +233,6 @@ class CCToPSMessenger : public SohoMessenger,
   bool DispatchWaiting(int maxCount);
 
  private:
-  // Hands a message or queue event taken into received_ to its handler.
-  void deliver(int type);
-
   int mark_;
   std::string received_;  // reused for every message taken from the queue
 };

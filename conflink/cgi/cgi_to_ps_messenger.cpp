@@ -453,31 +453,23 @@ bool CGIToPSMessenger::ProcessMessageFromQueue(int maxCount) {
                                });
 }
 
-void CGIToPSMessenger::deliver(int type) {
-  if (type == conflink::kQueueEventPeerConnected) {
-    PeerConnected();
-  } else if (type == conflink::kQueueEventPeerDisconnected) {
-    PeerDisconnected();
-  } else {
-    DispatchMessage(&type, received_.c_str(), static_cast<int>(received_.size()));
-  }
-}
-
 int CGIToPSMessenger::WaitForMessageFor(int timeoutMs) {
-  return conflink::waitAndDeliver(queue(), received_, timeoutMs, site(queueNumber()),
-                                  [this](int type) { deliver(type); });
+  return conflink::waitAndDeliver(
+      queue(), received_, timeoutMs, site(queueNumber()),
+      [this](int type) { conflink::deliverTaken(*this, type, received_); });
 }
 
 bool CGIToPSMessenger::DispatchWaiting(int maxCount) {
-  return conflink::takeWaiting([this] { return queue(); }, received_, maxCount, site(queueNumber()),
-                               [this](int type) { deliver(type); });
+  return conflink::takeWaiting(
+      [this] { return queue(); }, received_, maxCount, site(queueNumber()),
+      [this](int type) { conflink::deliverTaken(*this, type, received_); });
 }
 
 int CGIToPSMessenger::Request(const unsigned long long& id, const std::function<int()>& send,
                               int timeoutMs, int* sendResult) {
   return conflink::requestAndWait(
       queue(), received_, site(queueNumber()), id, [&] { return send ? send() : 0; }, timeoutMs,
-      [this](int type) { deliver(type); },
+      [this](int type) { conflink::deliverTaken(*this, type, received_); },
       [this, id](int type, unsigned long long carried, std::size_t length) {
         Error(conflink::passedOverText(id, type, carried, length).c_str());
       },

@@ -427,9 +427,6 @@ class CGIToPSMessenger : public SohoMessenger,
               int* sendResult = nullptr);
 
  private:
-  // Hands a message or queue event taken into received_ to its handler.
-  void deliver(int type);
-
   int mark_;
   std::string received_;  // reused for every message taken from the queue
 };

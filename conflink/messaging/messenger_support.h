@@ -45,4 +45,17 @@ bool takeWaiting(QueueOf queueOf, std::string& buffer, int maxCount, const LinkS
   return took;
 }
 
+// Hands a message or queue event that was taken into `received` to the messenger: the peer's
+// arrival and departure to PeerConnected and PeerDisconnected, a message to DispatchMessage.
+template <class Messenger>
+void deliverTaken(Messenger& messenger, int type, const std::string& received) {
+  if (type == kQueueEventPeerConnected) {
+    messenger.PeerConnected();
+  } else if (type == kQueueEventPeerDisconnected) {
+    messenger.PeerDisconnected();
+  } else {
+    messenger.DispatchMessage(&type, received.c_str(), static_cast<int>(received.size()));
+  }
+}
+
 }  // namespace conflink
