@@ -3,10 +3,10 @@
 //
 //   conflink_demo [CC_QUEUE]        (the web front end's queue is the next number)
 //
-// This launcher starts the three programs from its own directory, waits for them (at most 30
-// seconds; a program that outlives that is killed, and each dies with the launcher), and checks
-// the clean end: every program ended with status 0 and no queue object is left under /dev/shm.
-// Run it with CONFLINK_TRACE=stderr to see every message the three exchange.
+// This launcher starts the three programs from its own directory, waits for them (asleep until
+// one ends; at most 30 seconds: a program that outlives that is killed, and each dies with the
+// launcher), and checks the clean end: every program ended with status 0 and no queue object is
+// left under /dev/shm. Run it with CONFLINK_TRACE=stderr to see every message the three exchange.
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
@@ -16,8 +16,8 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <conflink/platform/cyclic_message_queue.h>
@@ -46,6 +46,9 @@ pid_t start(const std::string& directory, const Program& p) {
   if (pid != 0) return pid;
   prctl(PR_SET_PDEATHSIG, SIGKILL);  // never outlive the launcher
   if (getppid() != parent) _exit(127);
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);  // the launcher's blocked SIGCHLD is not the child's
   const std::string path = directory + "/" + p.name;
   std::vector<char*> argv{const_cast<char*>(path.c_str())};
   for (const std::string& a : p.args) argv.push_back(const_cast<char*>(a.c_str()));
@@ -64,12 +67,18 @@ int main(int argc, char** argv) {
   std::vector<Program> programs = {
       {"conflink_demo_ps", {cc, cgi}}, {"conflink_demo_cc", {cc}}, {"conflink_demo_cgi", {cgi}}};
   const std::string directory = ownDirectory();
+  // SIGCHLD stays blocked, so that the launcher can sleep until a program ends (sigtimedwait).
+  sigset_t childEnded;
+  sigemptyset(&childEnded);
+  sigaddset(&childEnded, SIGCHLD);
+  sigprocmask(SIG_BLOCK, &childEnded, nullptr);
   for (Program& p : programs) p.pid = start(directory, p);
 
   // Reap each program as it ends; kill whatever is left at the deadline.
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
   for (size_t running = programs.size(); running > 0;) {
-    const bool late = std::chrono::steady_clock::now() > deadline;
+    const auto now = std::chrono::steady_clock::now();
+    const bool late = now > deadline;
     running = 0;
     for (Program& p : programs) {
       if (p.pid <= 0 || p.status != -1) continue;
@@ -81,7 +90,12 @@ int main(int argc, char** argv) {
         ++running;
       }
     }
-    if (running > 0) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    if (running > 0 && !late) {
+      const auto left = std::chrono::duration_cast<std::chrono::nanoseconds>(deadline - now);
+      timespec wait{static_cast<time_t>(left.count() / 1000000000),
+                    static_cast<long>(left.count() % 1000000000)};
+      sigtimedwait(&childEnded, nullptr, &wait);  // a program ended, or the deadline came
+    }
   }
 
   bool ok = true;

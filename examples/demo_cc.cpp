@@ -7,10 +7,11 @@
 // conference. AddParticipant (a participant the web front end added) makes call control bring
 // the call in: JoinConference, then, once accepted, ActivateParticipant, HoldParticipant and
 // ParticipantLeft, each confirmed by the server; a participant without a SIP address cannot be
-// called and is refused. RemoveParticipant is answered with Success.
+// called and is refused. RemoveParticipant is answered with Success. Between messages it sleeps
+// in WaitForMessageFor, which returns as soon as one arrives, with the demo's lifetime as the
+// deadline.
 #include <chrono>
 #include <string>
-#include <thread>
 
 #include "demo_common.h"
 
@@ -112,18 +113,22 @@ int main(int argc, char** argv) {
   CallControl cc(queue);
   if (!demo::connect(cc, kMe, queue)) return 1;
 
-  // Wait for the server, so that nothing is left queued for a server that never came.
+  // Wait for the server, so that nothing is left queued for a server that never came. Each wait
+  // takes one message or queue event and dispatches it (the arrival to PSPeerConnected).
   const auto start = std::chrono::steady_clock::now();
-  auto serve = [&cc] {
-    if (!cc.ProcessMessageFromQueue(16)) std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  auto serve = [&cc, &start] {
+    const int r = cc.WaitForMessageFor(demo::msLeft(start));
+    if (r == conflink::kWaitFailed) demo::say(kMe, "the queue failed");
+    return r == conflink::kWaitDispatched || r == conflink::kWaitTimedOut;
   };
-  while (!cc.serverAttached && !demo::expired(start)) serve();
+  while (!cc.serverAttached && !demo::expired(start) && serve()) {
+  }
   demo::say(kMe, "server attached; ready");
   cc.InitiateConferenceServer();
 
   // React to the server until the call has run its course and the removal was answered.
-  while (cc.serverAttached && !(cc.callFinished && cc.removalAnswered) && !demo::expired(start)) {
-    serve();
+  while (cc.serverAttached && !(cc.callFinished && cc.removalAnswered) && !demo::expired(start) &&
+         serve()) {
   }
   demo::say(kMe, "done");
   return cc.callFinished && cc.removalAnswered ? 0 : 1;

@@ -2,17 +2,17 @@
 //
 //   conflink_demo_cgi QUEUE
 //
-// What it shows: each request is sent, then the front end waits for the server's answer, as a
-// web page would (polling its queue, as the messenger's own WaitForMessageAndDispatch does, but
-// every millisecond instead of every 250). It creates a conference from a full ConferenceParams,
-// saves each settings page and reads it back (the server's answer must equal what was saved), adds
-// two participants (the server asks call control to call them), lists the conferences, adds and
-// lists a reservation and registered users, removes a participant, and asks for something the
-// server must refuse.
+// What it shows: the front end waits in line for its place on the queue (ConnectWaiting) and for
+// the server to attach (WaitForMessageFor); then each request is sent with Request, which waits,
+// as a web page would, for the answer carrying the request's RequestId and dispatches it to its
+// handler (woken as soon as it arrives, bounded by a deadline). It creates a conference from a full
+// ConferenceParams, saves each settings page and reads it back (the server's answer must equal what
+// was saved), adds two participants (the server asks call control to call them), lists the
+// conferences, adds and lists a reservation and registered users, removes a participant, and asks
+// for something the server must refuse.
 #include <chrono>
 #include <list>
 #include <string>
-#include <thread>
 
 #include <conflink/records/record_equality.h>
 
@@ -27,7 +27,7 @@ const GetConferenceType kAll = static_cast<GetConferenceType>(0);
 class WebFrontEnd : public CGIToPSMessenger {
  public:
   using CGIToPSMessenger::CGIToPSMessenger;
-  int answers = 0;  // every handler counts: an answer of any kind ends the wait
+  bool serverAttached = false;
   int successes = 0;
   int refusals = 0;
   // The last value of each kind that the server sent.
@@ -44,6 +44,10 @@ class WebFrontEnd : public CGIToPSMessenger {
   std::list<ActiveConfInfo> conferences;
   Reservations reservations;
   std::list<RegisteredUserInfo> users;
+
+  // The server's arrival and departure, as WaitForMessageFor and Request deliver them.
+  void PeerConnected() override { serverAttached = true; }
+  void PeerDisconnected() override { serverAttached = false; }
 
   int OnSuccess(const unsigned long long&, PSSuccessType) override { return answered(successes); }
   int OnCgiReportError(const unsigned long long& id, ConfServError error) override {
@@ -97,28 +101,25 @@ class WebFrontEnd : public CGIToPSMessenger {
   }
 
   // Sends one request through `send` (given the request's id) and waits, at most 5 seconds, for
-  // the answer; false when none came.
+  // the answer that carries its id; false, with the reason said, when none came.
   template <class Send>
   bool ask(Send send) {
-    const int before = answers;
-    if (send(nextId_++) <= 0) return false;
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    while (answers == before && std::chrono::steady_clock::now() < deadline) {
-      if (!ProcessMessageFromQueue(1)) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return answers != before;
+    const unsigned long long id = nextId_++;
+    const int r = Request(
+        id, [&send, id] { return send(id); }, 5000);
+    if (r == conflink::kRequestAnswered) return true;
+    demo::say(kMe, "request %llu: %s", id, conflink::RequestResultText(r));
+    return false;
   }
 
  private:
   int answered(int& counter) {
     ++counter;
-    ++answers;
     return 0;
   }
   template <class T>
   int keep(T& slot, const T& value) {
     slot = value;
-    ++answers;
     return 0;
   }
   unsigned long long nextId_ = 1;
@@ -168,7 +169,16 @@ ConferenceUser user(unsigned long long id, const char* name, const char* address
 int main(int argc, char** argv) {
   const int queue = demo::queueArgument(argc, argv, 1, "conflink_demo_cgi QUEUE");
   WebFrontEnd web(queue);
-  if (!demo::connect(web, kMe, queue)) return 1;
+  std::string why;
+  if (web.ConnectWaiting(5000, &why) != conflink::kQueueOpened) {
+    std::fprintf(stderr, "%s: could not open queue %d: %s\n", kMe, queue, why.c_str());
+    return 1;
+  }
+  // The server may not be there yet: a request would then fail at once. Wait for its arrival.
+  const auto start = std::chrono::steady_clock::now();
+  while (!web.serverAttached && !demo::expired(start) &&
+         web.WaitForMessageFor(demo::msLeft(start)) != conflink::kWaitFailed) {
+  }
   const ConfIDString& conf = demo::kConference;
   const ConferenceParams params = weeklyMeeting();
   bool ok = true;

@@ -57,4 +57,12 @@ inline bool expired(std::chrono::steady_clock::time_point start) {
   return std::chrono::steady_clock::now() - start > kLifetime;
 }
 
+// The milliseconds left of the lifetime that began at `start` (0 once it is over): the deadline
+// of a program's next wait.
+inline int msLeft(std::chrono::steady_clock::time_point start) {
+  const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+      start + kLifetime - std::chrono::steady_clock::now());
+  return left.count() > 0 ? static_cast<int>(left.count()) : 0;
+}
+
 }  // namespace demo

@@ -8,11 +8,23 @@
 // requests it serves; every handler answers on the link the request came on (Success, a reply
 // with the data asked for, or an error report); and a request on one link may become a command
 // on the other (the web front end's AddParticipant becomes call control's AddParticipant).
+// And the loop of such a server: one conflink::WaitSet over both links and the process's own
+// descriptors (here a signalfd for SIGINT and SIGTERM and a timerfd that bounds the demo's
+// life), so that the thread sleeps in one poll until either link or descriptor has something,
+// and dispatches only what is ready. No sleeping and no polling.
+#include <signal.h>
+#include <sys/signalfd.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <list>
 #include <map>
 #include <string>
-#include <thread>
+
+#include <conflink/messaging/wait_set.h>
 
 #include "demo_common.h"
 
@@ -103,14 +115,11 @@ class WebLink : public CGIToPSMessenger {
       : CGIToPSMessenger(queueNumber), store_(store), cc_(cc) {}
   bool left = false;
 
-  // The web front end's messenger hands queue events to DispatchMessage like any message.
-  bool DispatchMessage(const int* type, const char* data, int length) override {
-    if (*type == conflink::kQueueEventPeerConnected) demo::say(kMe, "web front end attached");
-    if (*type == conflink::kQueueEventPeerDisconnected) {
-      demo::say(kMe, "web front end left");
-      left = true;
-    }
-    return CGIToPSMessenger::DispatchMessage(type, data, length);
+  // DispatchWaiting (what the loop calls) hands the queue's events to these two.
+  void PeerConnected() override { demo::say(kMe, "web front end attached"); }
+  void PeerDisconnected() override {
+    demo::say(kMe, "web front end left");
+    left = true;
   }
 
   int OnCreateConference(const unsigned long long& id, const unsigned long long&,
@@ -316,12 +325,44 @@ int main(int argc, char** argv) {
   demo::say(kMe, "serving call control on queue %d and the web front end on queue %d", ccQueue,
             cgiQueue);
 
-  // One thread serves both links: it takes what waits on each, and rests when neither had any.
-  const auto start = std::chrono::steady_clock::now();
-  while (!(cc.left && web.left) && !demo::expired(start)) {
-    const bool any = cc.ProcessMessageFromQueue(16) | web.ProcessMessageFromQueue(16);
-    if (!any) std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  // The process's own descriptors: SIGINT and SIGTERM as a readable signalfd (blocked, so that
+  // they arrive only there), and a timer for the demo's lifetime.
+  sigset_t stopSignals;
+  sigemptyset(&stopSignals);
+  sigaddset(&stopSignals, SIGINT);
+  sigaddset(&stopSignals, SIGTERM);
+  sigprocmask(SIG_BLOCK, &stopSignals, nullptr);
+  const int signals = signalfd(-1, &stopSignals, SFD_CLOEXEC);
+  const int lifetime = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC);
+  itimerspec expiry{};
+  expiry.it_value.tv_sec = std::chrono::seconds(demo::kLifetime).count();
+  timerfd_settime(lifetime, 0, &expiry, nullptr);
+
+  // One thread serves both links from one wait: the set dispatches up to 64 messages of a link
+  // whose descriptor is readable and runs the handler of any other ready descriptor.
+  bool stopping = false;
+  conflink::WaitSet loop;
+  loop.AddMessenger(cc);
+  loop.AddMessenger(web);
+  loop.Add(signals, POLLIN, [&stopping](int fd, short) {
+    signalfd_siginfo info{};
+    if (read(fd, &info, sizeof info) == sizeof info) {
+      demo::say(kMe, "signal %u: stopping", info.ssi_signo);
+    }
+    stopping = true;
+  });
+  loop.Add(lifetime, POLLIN, [&stopping](int, short) {
+    demo::say(kMe, "no end of the session within the demo's lifetime: stopping");
+    stopping = true;
+  });
+  while (!(cc.left && web.left) && !stopping) {
+    if (loop.Wait(-1) < 0 && errno != EINTR) {
+      std::perror("PS: poll");
+      break;
+    }
   }
+  close(signals);
+  close(lifetime);
   demo::say(kMe, "%zu conference(s), %zu registered user(s), %zu call(s) left; stopping",
             store.conferences.size(), store.users.size(), store.calls.size());
   return cc.left && web.left ? 0 : 1;
