@@ -8,9 +8,10 @@
 // What to take from it:
 // - Each messenger's ReadinessFd() goes into the epoll set like any socket, once the messenger
 //   is connected (a messenger that reconnects has a new descriptor: watch that one instead).
-// - Watch it level-triggered (epoll's default). When it is readable, DispatchWaiting(n) takes
-//   and dispatches up to n messages and queue events; if more wait, the descriptor stays readable
-//   and the next epoll_wait reports it again, so one busy link cannot starve the others.
+// - Watch it level-triggered (epoll's default). When it is readable, call DispatchWaiting(n)
+//   until it reports that it took nothing: the receive that finds the queue empty is what clears
+//   the descriptor and watches again. Stopping after a batch while messages still wait can leave
+//   them unannounced, and the loop would sleep beside them.
 // - The peer's arrival and departure come the same way, to the messenger's PeerConnected and
 //   PeerDisconnected (call control's messenger passes them on to PSPeerConnected and
 //   PSPeerDisConnected), also when the peer died without a word.
@@ -84,10 +85,12 @@ int main(int argc, char** argv) {
     for (int i = 0; i < n; ++i) {
       switch (ready[i].data.u32) {
         case kCallControl:
-          cc.DispatchWaiting(64);
+          while (cc.DispatchWaiting(64)) {
+          }
           break;
         case kWebFrontEnd:
-          web.DispatchWaiting(64);
+          while (web.DispatchWaiting(64)) {
+          }
           break;
         case kConsole:
           running = console.Serve(cc, web) && running;

@@ -7,9 +7,9 @@
 //
 // What to take from it:
 // - event_new(base, messenger.ReadinessFd(), EV_READ | EV_PERSIST, ...) once the messenger is
-//   connected; the callback calls DispatchWaiting(n). The descriptor is level-triggered, so do
-//   not ask for EV_ET: with a bounded n, what is left makes the descriptor readable again and
-//   libevent calls back on its next turn.
+//   connected; the callback calls DispatchWaiting(n) until it reports that it took nothing (the
+//   receive that finds the queue empty is what clears the descriptor and watches again). The
+//   descriptor is level-triggered: do not ask for EV_ET.
 // - Nothing else is needed: no timer, no thread, no CPU while idle. The peer's arrival and
 //   departure come through the same callback, to PeerConnected and PeerDisconnected.
 //
@@ -24,11 +24,12 @@
 
 namespace {
 
-// A read event on a messenger's readiness descriptor: dispatches up to 64 waiting messages.
+// A read event on a messenger's readiness descriptor: dispatches what waits, until none is left.
 template <class Messenger>
 event* watchLink(event_base* base, Messenger& messenger) {
   auto dispatch = [](evutil_socket_t, short, void* m) {
-    static_cast<Messenger*>(m)->DispatchWaiting(64);
+    while (static_cast<Messenger*>(m)->DispatchWaiting(64)) {
+    }
   };
   event* e = event_new(base, messenger.ReadinessFd(), EV_READ | EV_PERSIST, dispatch, &messenger);
   if (e != nullptr) event_add(e, nullptr);
