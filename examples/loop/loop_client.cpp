@@ -5,6 +5,8 @@
 //
 // It starts the server, reads its console port, then:
 // - call control attaches and joins twice, a web page asks three times: each answer is checked;
+// - call control sends a burst of joins without waiting, more than the server takes per batch:
+//   every one must be accepted, in order;
 // - both leave and successors arrive, are served, and the server's counters must show each
 //   arrival and departure reaching its handlers;
 // - it stays silent for a second, over which the server may use almost no CPU (under 20 ms);
@@ -37,6 +39,7 @@
 namespace {
 
 constexpr long long kIdleCpuLimitUs = 20000;
+constexpr int kBurst = 300;
 const ConfIDString kConference{"77"};
 
 // ---- What a failure must clean up, also from the alarm's handler ----
@@ -69,6 +72,7 @@ class CallControlPeer : public CCToPSMessenger {
   bool serverAttached = false;
   bool serverLeft = false;
   unsigned long long answeredId = 0;
+  int accepted = 0;
   unsigned long long party = 0;
   std::string welcome;
 
@@ -78,6 +82,7 @@ class CallControlPeer : public CCToPSMessenger {
                    const std::list<std::string>& texts, const ParticipantParams&,
                    TransmitType) override {
     answeredId = id;
+    ++accepted;
     party = p;
     welcome = texts.empty() ? "" : texts.front();
     return 0;
@@ -241,6 +246,15 @@ int main(int argc, char** argv) {
     join(cc, 1, "ada", 101);
     for (int i = 1; i <= 3; ++i) ask(page, 10 + i, i);
     join(cc, 2, "grace", 102);
+
+    // A burst: the server finds many waiting at once and must take them all.
+    const int before = cc.accepted;
+    for (unsigned long long id = 1000; id < 1000 + kBurst; ++id) {
+      cc.JoinConference(id, kConference, "audio", SipUri{"sip:", "crowd", "", ""}, false);
+    }
+    const bool all = waitUntil(cc, [&] { return cc.accepted == before + kBurst; });
+    check(all && cc.answeredId == 1000 + kBurst - 1 && cc.party == 102 + kBurst,
+          "call control: a burst of " + std::to_string(kBurst) + " joins, all accepted in order");
   }  // both leave
 
   CallControlPeer cc(ccQueue);
@@ -250,13 +264,13 @@ int main(int argc, char** argv) {
   check(page.ConnectWaiting(5000) == conflink::kQueueOpened &&
             waitUntil(page, [&] { return page.serverAttached; }),
         "a second web page attached");
-  join(cc, 3, "alan", 103);
+  join(cc, 3, "alan", 103 + kBurst);
   ask(page, 20, 4);
 
   // What the server's handlers counted: each departure and arrival, each request.
   const auto counted = status(port);
   const std::pair<const char*, long long> expected[] = {{"cc_arrivals", 2},    {"cc_departures", 1},
-                                                        {"joins", 3},          {"cgi_arrivals", 2},
+                                                        {"joins", 3 + kBurst}, {"cgi_arrivals", 2},
                                                         {"cgi_departures", 1}, {"requests", 4}};
   for (const auto& [name, value] : expected) {
     const auto found = counted.find(name);

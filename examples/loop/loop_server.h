@@ -56,7 +56,6 @@ class CallControlSide : public CCToPSMessenger {
   int OnJoinConference(const unsigned long long& id, const ConfIDString& conf, const std::string&,
                        const SipUri& uri, bool, PSProtocolType) override {
     ++joins;
-    say("call control joins ", uri.text2.c_str());
     return JoinAccept(id, 100 + joins, conf, {"welcome " + uri.text2}, ParticipantParams{},
                       static_cast<TransmitType>(0));
   }
