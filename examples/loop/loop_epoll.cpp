@@ -16,7 +16,9 @@
 //   PeerDisconnected (call control's messenger passes them on to PSPeerConnected and
 //   PSPeerDisConnected), also when the peer died without a word.
 //
-// loop_server.h holds the server's handlers and its console; conflink_loop_client drives it.
+// loop_server.h holds the server's handlers and its console. To see it serve peer processes:
+//
+//   conflink_loop_client path/to/conflink_loop_epoll
 #include <signal.h>
 #include <sys/epoll.h>
 #include <sys/signalfd.h>

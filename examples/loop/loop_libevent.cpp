@@ -13,7 +13,9 @@
 // - Nothing else is needed: no timer, no thread, no CPU while idle. The peer's arrival and
 //   departure come through the same callback, to PeerConnected and PeerDisconnected.
 //
-// loop_server.h holds the server's handlers and its console; conflink_loop_client drives it.
+// loop_server.h holds the server's handlers and its console. To see it serve peer processes:
+//
+//   conflink_loop_client path/to/conflink_loop_libevent
 #include <event2/event.h>
 #include <signal.h>
 
