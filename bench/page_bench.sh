@@ -9,7 +9,9 @@
 # itself recorded it (non-2xx, and pages handed another request's answer); the time inside one
 # library page split into connect, send, wait and leave, from the records of the one-at-a-time
 # run; and the server's CPU time over idle seconds on its readiness loop. --load N runs N busy
-# processes during the whole run; --quick is a short run for CI.
+# processes during the whole run; --quick is a short run for CI. The figures are judged by the
+# reader; the exit status is 1 only when a page was not answered (non-2xx, ab's failures) or
+# was handed an answer that was not its own, or kept no record.
 set -u
 
 requests=600
@@ -44,12 +46,13 @@ curl=${CURL:-curl}
 queue=$((60000 + $$ % 5000))
 queue_glob="/dev/shm/conflink.$(id -u)._bin_ping.*.$queue"
 work=$(mktemp -d "${TMPDIR:-/tmp}/conflink-page-bench.XXXXXX")
-ps_pid="" lighttpd_pid=""
+ps_pid="" lighttpd_pid="" watchdog_pid=""
 busy_pids=()
 
 cleanup() {
   local status=$?
   trap - EXIT INT TERM
+  [ -n "$watchdog_pid" ] && kill "$watchdog_pid" 2>/dev/null
   for pid in "${busy_pids[@]}"; do kill -KILL "$pid" 2>/dev/null; done
   [ -n "$lighttpd_pid" ] && { kill -TERM "$lighttpd_pid" 2>/dev/null; wait "$lighttpd_pid" 2>/dev/null; }
   [ -n "$ps_pid" ] && { kill -TERM "$ps_pid" 2>/dev/null; wait "$ps_pid" 2>/dev/null; }
@@ -60,6 +63,16 @@ cleanup() {
 trap cleanup EXIT
 trap 'exit 1' INT TERM
 die() { echo "page_bench: $*" >&2; exit 1; }
+
+# Bounded even when a step hangs: the run ends itself and cleans up.
+limit=$((requests * 6 / 5 + idle_seconds + 60))
+(
+  sleep "$limit" >/dev/null 2>&1 &
+  sleeper=$!
+  trap 'kill $sleeper 2>/dev/null; exit 0' TERM
+  wait $sleeper && echo "page_bench: over $limit s, stopping" >&2 && kill -TERM $$
+) &
+watchdog_pid=$!
 
 # ---- lighttpd and the server ----
 mkdir -p "$work/docroot"
@@ -224,3 +237,15 @@ if [ -n "$json" ]; then
   } >"$json"
   echo "  written to $json"
 fi
+
+# ---- Every page answered with its own answer? ----
+unanswered=0
+for key in "${!result[@]}"; do
+  case $key in ratio.*) continue ;; esac
+  read -r _ _ _ non2xx failed wrong kept <<<"${result[$key]}"
+  if [ "$non2xx" != 0 ] || [ "$failed" != 0 ] || [ "$wrong" != 0 ] || [ "$kept" != "$requests" ]; then
+    echo "page_bench: row $key: $non2xx non-2xx, $failed failed, $wrong wrong, $kept of $requests recorded" >&2
+    unanswered=1
+  fi
+done
+exit "$unanswered"
