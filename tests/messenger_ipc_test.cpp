@@ -136,6 +136,49 @@ TEST_F(MessengerIpcTest, ARestartedCallControlNeverReceivesWhatWasSentToItsPrede
   EXPECT_EQ(second.wait(), 0) << "20 + the first RequestId it received";
 }
 
+// A readiness loop that takes one message per wake must still be woken for the rest: a poll
+// that found the ring empty, armed the descriptor and then saw a message come left it neither
+// readable nor armed, and the server slept in poll with a request waiting (seen within a few
+// round trips).
+TEST_F(MessengerIpcTest, AReadinessLoopTakingOneMessagePerWakeAnswersEveryRequest) {
+  struct Server : CCToPSMessenger {
+    using CCToPSMessenger::CCToPSMessenger;
+    int OnJoinConference(const unsigned long long& id, const ConfIDString& c, const std::string&,
+                         const SipUri&, bool, PSProtocolType) override {
+      return JoinAccept(id, 1, c, {}, ParticipantParams{}, TransmitType{});
+    }
+  };
+  struct Client : CCToPSMessenger {
+    using CCToPSMessenger::CCToPSMessenger;
+    bool up = false;
+    unsigned long long got = 0;
+    void PSPeerConnected() override { up = true; }
+    int OnJoinAccept(const unsigned long long& id, const unsigned long long&, const ConfIDString&,
+                     const std::list<std::string>&, const ParticipantParams&,
+                     TransmitType) override {
+      got = id;
+      return 0;
+    }
+  };
+  const int queue = queueNumber_;
+  ChildProcess server([queue] {
+    Server s(queue);
+    if (!s.Connect(50, 20)) return 10;
+    conflink::WaitSet loop;
+    if (!loop.AddMessenger(s, 1)) return 11;
+    for (;;) loop.Wait(-1);
+  });
+  Client c(queueNumber_);
+  ASSERT_TRUE(c.Connect(50, 20));
+  while (!c.up) ASSERT_NE(c.WaitForMessageFor(10000), conflink::kWaitTimedOut);
+  for (unsigned long long id = 1; id <= 3000; ++id) {
+    ASSERT_GT(c.JoinConference(id, ConfIDString{"1"}, "", SipUri{}, false), 0);
+    while (c.got != id)
+      ASSERT_NE(c.WaitForMessageFor(5000), conflink::kWaitTimedOut)
+          << "request " << id << " unanswered: the server sleeps in poll while it waits";
+  }
+}
+
 TEST_F(MessengerIpcTest, WebFrontEndPollReportsWhetherThePeerIsOnline) {
   CGIToPSMessenger cgi(queueNumber_);
   ASSERT_TRUE(cgi.Connect(1, 0));

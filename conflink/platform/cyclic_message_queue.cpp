@@ -115,6 +115,7 @@ struct CyclicMessageQueue::State {
   queue::Inbound inbound;
   queue::Outbound outbound;
   queue::SpinBudget receiveSpin;
+  queue::SpinBudget pollSpin;  // of polls on a readiness loop (see Receive)
   // Interrupts not yet used up by a receive; set by Interrupt(), perhaps in a signal handler.
   std::atomic<std::uint32_t> interrupts{0};
   std::string lastError;
@@ -148,6 +149,19 @@ int CyclicMessageQueue::State::Receive(int* type, std::string* buffer, int timeo
       // message larger than the ring arrives at the pace of its sender, not of the polls.
       if (!inbound.Assembling()) {
         if (attachment.readiness().open()) {
+          // A party on a readiness loop is about to sleep in poll: first the brief spin and the
+          // hand-over of a blocking receive, so that an answer already on its way is taken
+          // without the peer ringing and the loop waking (both cost system calls).
+          if (!handedOver) {
+            handedOver = true;
+            auto ready = [&] { return inbound.RingHasData() || inbound.PeerWordChanged(); };
+            queue::PartyBlock& self = attachment.self();
+            const std::uint32_t mine = queue::NoteCpu(self);
+            if ((queue::SpinWorthwhile() &&
+                 queue::Spin(pollSpin, attachment.peer(), mine, ready)) ||
+                queue::HandOver(attachment.peer(), mine, ready))
+              continue;
+          }
           if (Rearm()) continue;
           return kQueueEmpty;
         }
@@ -185,19 +199,30 @@ int CyclicMessageQueue::State::Receive(int* type, std::string* buffer, int timeo
 bool CyclicMessageQueue::State::Rearm() {
   queue::Readiness& readiness = attachment.readiness();
   queue::PartyBlock& self = attachment.self();
+  // While not armed (kWatchNotified) no peer rings, so the descriptor must stay readable until
+  // the party is armed again or has taken what waits. Every way out that reports something
+  // waiting therefore leaves it readable (Poke): a loop that stops before a receive finds
+  // nothing (DispatchWaiting at its count) still wakes for the rest.
   self.watching.store(queue::kWatchNotified, std::memory_order_relaxed);
   if (readiness.Drain()) {
     // A writer closed the object: if it was the peer, dying, only the kernel can say so now,
     // and the next look reports its departure.
     const bool alive = attachment.ObservePeer(queue::Liveness::kAsk).alive;
-    if (!alive && attachment.peer().attach.load(std::memory_order_acquire) & 1u) return true;
+    if (!alive && (attachment.peer().attach.load(std::memory_order_acquire) & 1u) != 0) {
+      readiness.Poke();
+      return true;
+    }
   }
   self.watching.store(queue::kWatchArmed, std::memory_order_relaxed);
   // Pairs with the fence a sender makes between publishing and reading `watching`: either it
   // sees us armed and rings, or we see what it published.
   queue::FullFence();
   if (inbound.RingHasData() || inbound.PeerWordChanged()) {
-    self.watching.store(queue::kWatchNotified, std::memory_order_relaxed);
+    std::uint32_t armed = queue::kWatchArmed;
+    // Whoever takes the arming rings (a sender did, or we do): the descriptor stays readable.
+    if (self.watching.compare_exchange_strong(armed, queue::kWatchNotified,
+                                              std::memory_order_relaxed))
+      readiness.Poke();
     return true;
   }
   return false;

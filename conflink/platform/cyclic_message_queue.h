@@ -213,7 +213,10 @@ class CyclicMessageQueue {
   // that, whenever it is readable, takes messages with PeekMessage until one returns kQueueEmpty
   // never misses one and uses no CPU while idle. Made on the first call and kept until the queue
   // is destroyed; the queue owns it (do not close it). -1 when it cannot be made (LastError says
-  // why) or the queue is not connected.
+  // why) or the queue is not connected. Once it exists, a poll that finds nothing first spins
+  // briefly and hands the processor to the peer as a blocking receive does (at most 16 us, and
+  // only while the peer runs and can answer), so that a loop serving a busy link takes an answer
+  // on its way without sleeping in poll and being woken.
   int ReadinessFd();
   // Messages this party dropped on arrival: they were for an earlier holder of its place (their
   // sender had not yet heard that it left). Such a message is never delivered to a successor.

@@ -77,12 +77,21 @@ bool Readiness::Open(const std::string& objectName, int objectFd, int place,
 }
 
 bool Readiness::Drain() {
-  char bytes[64];
-  while (recv(bell_, bytes, sizeof bytes, MSG_DONTWAIT) >= 0) {
-  }
+  // One look at both sources (a system call that finds nothing costs as much as one that finds
+  // something): most of the time neither has anything, and only what is ready is read.
+  epoll_event events[2];
+  const int n = epoll_wait(epoll_, events, 2, 0);
   bool closed = false;
-  alignas(inotify_event) char events[512];
-  while (read(watch_, events, sizeof events) > 0) closed = true;
+  for (int i = 0; i < n; ++i) {
+    if (events[i].data.fd == bell_) {
+      char bytes[64];
+      while (recv(bell_, bytes, sizeof bytes, MSG_DONTWAIT) >= 0) {
+      }
+    } else {
+      alignas(inotify_event) char buffer[512];
+      while (read(watch_, buffer, sizeof buffer) > 0) closed = true;
+    }
+  }
   return closed;
 }
 
@@ -106,19 +115,22 @@ void ReadinessNotifier::Notify(PartyBlock& peer) {
   if (watching != kWatchArmed) return;
   if (!peer.watching.compare_exchange_strong(watching, kWatchNotified, std::memory_order_relaxed))
     return;
+  const int saved = errno;  // the caller's errno is theirs
   const std::uint32_t generation = Generation(peer.attach.load(std::memory_order_acquire));
+  if (socket_ >= 0 && generation != generation_) Close();
   if (socket_ < 0) {
+    // Connected once per peer: a send to a connected socket skips the look-up of the address.
     socket_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    if (socket_ < 0) return;
-  }
-  if (generation != generation_) {
-    ReadinessAddress(objectName_, peerPlace_, generation, address_, length_);
+    sockaddr_un address{};
+    socklen_t length = 0;
+    ReadinessAddress(objectName_, peerPlace_, generation, address, length);
+    if (socket_ >= 0 && connect(socket_, reinterpret_cast<sockaddr*>(&address), length) != 0)
+      Close();
     generation_ = generation;
   }
-  const int saved = errno;  // may run inside a signal handler's caller; errno is theirs
   const char byte = 0;
-  sendto(socket_, &byte, 1, MSG_DONTWAIT | MSG_NOSIGNAL, reinterpret_cast<sockaddr*>(&address_),
-         length_);
+  if (socket_ >= 0 && send(socket_, &byte, 1, MSG_DONTWAIT | MSG_NOSIGNAL) < 0 && errno != EAGAIN)
+    Close();  // the peer's socket went (it left): connect afresh next time
   errno = saved;
 }
 

@@ -52,8 +52,9 @@ class Readiness {
             std::string& error);
   int fd() const { return epoll_; }
   bool open() const { return epoll_ >= 0; }
-  // Empties both sources. True when a writer of the object closed it since the last drain: a
-  // peer may have died, and its liveness must be asked of the kernel afresh.
+  // Empties whichever source has something (one system call when neither has). True when a
+  // writer of the object closed it since the last drain: a peer may have died, and its liveness
+  // must be asked of the kernel afresh.
   bool Drain();
   // Makes the descriptor readable: something is known to wait.
   void Poke();
@@ -90,10 +91,8 @@ class ReadinessNotifier {
  private:
   std::string objectName_;
   int peerPlace_ = -1;
-  int socket_ = -1;
-  std::uint32_t generation_ = 0;  // of the address below; 0: none yet
-  sockaddr_un address_{};
-  socklen_t length_ = 0;
+  int socket_ = -1;               // connected to the peer's readiness socket
+  std::uint32_t generation_ = 0;  // of the peer it is connected to
 };
 
 }  // namespace conflink::queue
