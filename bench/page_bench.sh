@@ -2,7 +2,9 @@
 # Admin pages through lighttpd: what the link costs a page, beside the same page without it.
 #
 #   page_bench [--quick] [--load N] [--requests N] [--idle-seconds S] [--json FILE]
-#   (the build's bench/page_bench wrapper passes --ps, --page, --plain, --conf and --build-type)
+#   (the build's bench/page_bench wrapper passes --ps, --page, --plain, --conf and --build-type:
+#    cmake --preset release && cmake --build build-release --target page_bench &&
+#    build-release/bench/page_bench --json page_bench.json)
 #
 # Prints, at 1, 4 and 16 pages at a time (ab), pages/s and the p50/p99 of a page's time for the
 # page with the library and for the plain page, and their ratio; each page's outcome as the page

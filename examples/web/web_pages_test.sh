@@ -8,7 +8,8 @@
 #      object gone from /dev/shm.
 #
 #   web_pages_test.sh PS_PROGRAM PAGE_PROGRAM PLAIN_PAGE_PROGRAM LIGHTTPD_CONF_TEMPLATE
-#   (LIGHTTPD, AB and CURL name the programs; by default they are looked up on PATH)
+#   (LIGHTTPD, AB and CURL name the programs; by default they are looked up on PATH; the build
+#    registers it as the test web_pages: ctest --preset default -R web_pages)
 set -u
 
 ps_program=$(readlink -f "$1")
