@@ -110,6 +110,12 @@ struct CyclicMessageQueue::State {
   int queueNumber;
   int openResult = kQueueOpenNoMemory;
   unsigned int discardsTaken = 0;  // see TakeNewDiscards
+  // Messages sent and received until the mapping is populated (Attachment::Populate): a party
+  // that moved this many stays long enough for it to pay.
+  unsigned int untilPopulate = 64;
+  void Moved() {
+    if (untilPopulate != 0 && --untilPopulate == 0) attachment.Populate();
+  }
   unsigned int capacity;
   queue::Attachment attachment;
   queue::Inbound inbound;
@@ -139,6 +145,7 @@ int CyclicMessageQueue::State::Receive(int* type, std::string* buffer, int timeo
       return kQueueInterrupted;
     }
     const int result = inbound.Receive(*type, *buffer, failure);
+    if (result == kQueueOk) Moved();
     if (result != kQueueEmpty) {
       if (result != kQueueOk) Note(failure.c_str());
       return result;
@@ -307,6 +314,7 @@ int CyclicMessageQueue::Send(const int* type, std::string* buffer) {
     std::string error;
     const int result = state_->outbound.Send(*type, *buffer, state_->inbound.HeardPeer(), error);
     if (result != kQueueOk) state_->Note(error.c_str());
+    if (result == kQueueOk) state_->Moved();
     return result;
   } catch (const std::bad_alloc&) {
     state_->Note("out of memory sending a message");

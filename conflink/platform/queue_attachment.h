@@ -69,6 +69,9 @@ class Attachment {
   // that rings the peer's.
   Readiness& readiness() { return readiness_; }
   ReadinessNotifier& notifier() { return notifier_; }
+  // Enters the whole object into this process's page tables (see Map): for a party that has
+  // shown that it stays, so that a ring's first lap does not fault page by page.
+  void Populate();
   // Tells the line of processes waiting for a place that one may have come free (a peer that
   // died cannot say so itself).
   void WakeLine();
