@@ -119,18 +119,24 @@ void ReadinessNotifier::Notify(PartyBlock& peer) {
   const std::uint32_t generation = Generation(peer.attach.load(std::memory_order_acquire));
   if (socket_ >= 0 && generation != generation_) Close();
   if (socket_ < 0) {
-    // Connected once per peer: a send to a connected socket skips the look-up of the address.
     socket_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    socklen_t length = 0;
-    ReadinessAddress(objectName_, peerPlace_, generation, address, length);
-    if (socket_ >= 0 && connect(socket_, reinterpret_cast<sockaddr*>(&address), length) != 0)
-      Close();
+    ReadinessAddress(objectName_, peerPlace_, generation, address_, length_);
     generation_ = generation;
+    rings_ = 0;
   }
+  // The first ring goes to the address (a page that rings once, on arrival, makes no more system
+  // calls than that); from the second on the socket is connected, so that a send skips the
+  // look-up of the address.
   const char byte = 0;
-  if (socket_ >= 0 && send(socket_, &byte, 1, MSG_DONTWAIT | MSG_NOSIGNAL) < 0 && errno != EAGAIN)
-    Close();  // the peer's socket went (it left): connect afresh next time
+  ssize_t sent = -1;
+  if (socket_ >= 0 && ++rings_ == 2 &&
+      connect(socket_, reinterpret_cast<sockaddr*>(&address_), length_) != 0)
+    rings_ = 1;  // stay unconnected
+  if (socket_ >= 0)
+    sent = rings_ >= 2 ? send(socket_, &byte, 1, MSG_DONTWAIT | MSG_NOSIGNAL)
+                       : sendto(socket_, &byte, 1, MSG_DONTWAIT | MSG_NOSIGNAL,
+                                reinterpret_cast<sockaddr*>(&address_), length_);
+  if (socket_ >= 0 && sent < 0 && errno != EAGAIN) Close();  // its socket went: afresh next time
   errno = saved;
 }
 

@@ -91,8 +91,11 @@ class ReadinessNotifier {
  private:
   std::string objectName_;
   int peerPlace_ = -1;
-  int socket_ = -1;               // connected to the peer's readiness socket
-  std::uint32_t generation_ = 0;  // of the peer it is connected to
+  int socket_ = -1;               // to the peer's readiness socket (connected from its 2nd ring)
+  std::uint32_t generation_ = 0;  // of the peer it rings
+  std::uint32_t rings_ = 0;       // sent to that peer so far
+  sockaddr_un address_{};
+  socklen_t length_ = 0;
 };
 
 }  // namespace conflink::queue
