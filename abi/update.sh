@@ -6,17 +6,20 @@
 #   abi/update.sh [BUILD_DIR]     (default: build-package)
 # CONFLINK_ABI_DIR writes the baseline elsewhere than abi/ (CI tries the script on a copy).
 set -euo pipefail
-here=${CONFLINK_ABI_DIR:-$(cd "$(dirname "$0")" && pwd)}
+scripts=$(cd "$(dirname "$0")" && pwd)
+here=${CONFLINK_ABI_DIR:-$scripts}
+suppressions=(--suppressions "$scripts/internal.suppr")
 build=${1:-build-package}
 for name in libconflink libconflink_platform; do
   lib=$(find "$build" -maxdepth 3 -name "$name.so.*.*.*" -type f | head -n 1)
   [ -n "$lib" ] || { echo "$name: not found under $build" >&2; exit 1; }
   baseline=$here/$name.abi
   new=$(mktemp)
-  abidw --no-show-locs --no-corpus-path "$lib" >"$new"
+  abidw --no-show-locs --no-corpus-path --no-comp-dir-path --type-id-style hash "${suppressions[@]}" "$lib" >"$new"
+  chmod 644 "$new"
   if [ -f "$baseline" ]; then
     rc=0
-    abidiff --no-show-locs "$baseline" "$new" >/dev/null || rc=$?
+    abidiff --no-show-locs "${suppressions[@]}" "$baseline" "$new" >/dev/null || rc=$?
     same_soname=$(cmp -s <(grep -o 'soname=.[^"'"'"']*' "$baseline" | head -n 1) \
       <(grep -o 'soname=.[^"'"'"']*' "$new" | head -n 1) && echo yes || echo no)
     if ((rc & 8)) && [ "$same_soname" = yes ]; then
