@@ -1,12 +1,14 @@
 #!/usr/bin/env bash
 # Compares the shared libraries of a build (with debug info: the 'package' or 'default' preset)
 # with the ABI baseline committed beside this script. Prints abidiff's report always; fails only
-# on a change that breaks programs built against the baseline (abidiff's bit 8), or when abidiff
-# itself fails. Added functions and symbols are compatible and pass.
+# on a change that breaks programs built against the baseline (see abi_breaks in common.sh), or
+# when abidiff itself fails. Added functions and symbols are compatible and pass.
 #
 #   abi/check.sh [BUILD_DIR]     (default: build-package)
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
+# shellcheck source=abi/common.sh
+. "$here/common.sh"
 build=${1:-build-package}
 status=0
 for name in libconflink libconflink_platform; do
@@ -25,11 +27,12 @@ for name in libconflink libconflink_platform; do
     continue
   fi
   rc=0
-  abidiff --no-show-locs --suppressions "$here/internal.suppr" "$baseline" "$lib" || rc=$?
+  report=$(abidiff --no-show-locs --suppressions "$here/internal.suppr" "$baseline" "$lib") || rc=$?
+  [ -z "$report" ] || echo "$report"
   if ((rc & 3)); then
     echo "$name: abidiff failed (status $rc)" >&2
     status=1
-  elif ((rc & 8)); then
+  elif abi_breaks "$report" "$rc"; then
     echo "$name: INCOMPATIBLE change. Undo it, or raise the SONAME (the project version's major" >&2
     echo "or minor number) and run abi/update.sh" >&2
     status=1

@@ -9,6 +9,8 @@ set -euo pipefail
 scripts=$(cd "$(dirname "$0")" && pwd)
 here=${CONFLINK_ABI_DIR:-$scripts}
 suppressions=(--suppressions "$scripts/internal.suppr")
+# shellcheck source=abi/common.sh
+. "$scripts/common.sh"
 build=${1:-build-package}
 for name in libconflink libconflink_platform; do
   lib=$(find "$build" -maxdepth 3 -name "$name.so.*.*.*" -type f | head -n 1)
@@ -19,10 +21,11 @@ for name in libconflink libconflink_platform; do
   chmod 644 "$new"
   if [ -f "$baseline" ]; then
     rc=0
-    abidiff --no-show-locs "${suppressions[@]}" "$baseline" "$new" >/dev/null || rc=$?
+    report=$(abidiff --no-show-locs "${suppressions[@]}" "$baseline" "$new") || rc=$?
     same_soname=$(cmp -s <(grep -o 'soname=.[^"'"'"']*' "$baseline" | head -n 1) \
       <(grep -o 'soname=.[^"'"'"']*' "$new" | head -n 1) && echo yes || echo no)
-    if ((rc & 8)) && [ "$same_soname" = yes ]; then
+    if abi_breaks "$report" "$rc" && [ "$same_soname" = yes ]; then
+      echo "$report" >&2
       echo "$name: incompatible with the baseline under the same SONAME; raise the SONAME first" >&2
       rm -f "$new"
       exit 1
