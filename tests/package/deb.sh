@@ -20,18 +20,26 @@ check_debs() {
     dpkg-deb --info "$deb" | grep -E '^ (Package|Version|Architecture|Depends):'
     [ "$(dpkg-deb --field "$deb" Architecture)" = "$arch" ]
   done
-  contents() { dpkg-deb --contents "$dir/${1}_"*"_$arch.deb"; }
-  contents libconflink0 | grep -q '/usr/lib/.*/libconflink\.so\.[0-9]'
-  contents libconflink0 | grep -q '/usr/lib/.*/libconflink_platform\.so\.[0-9]'
-  contents libconflink-dev | grep -q '/usr/include/conflink/conflink\.h'
-  contents libconflink-dev | grep -q '/usr/lib/.*/cmake/conflink/conflinkConfig\.cmake'
-  contents libconflink-dev | grep -q '/usr/lib/.*/pkgconfig/conflink\.pc'
-  contents libconflink-dev | grep -q '/usr/lib/.*/libconflink_testing\.so'
-  contents libconflink-dev | grep -q '/usr/lib/.*/libconflink\.so -> '
-  contents conflink-tools | grep -q '/usr/bin/conflink_decode'
-  contents conflink-tools | grep -q '/usr/bin/conflink_queue'
-  contents conflink-tools | grep -q '/usr/share/doc/conflink/protocol\.md'
-  if contents libconflink0 | grep -q '/usr/include/'; then
+  # Each package's list is read whole first: grep -q stops reading early, which would kill
+  # dpkg-deb with a broken pipe.
+  local runtime dev tools
+  runtime=$(dpkg-deb --contents "$dir/libconflink0_"*"_$arch.deb")
+  dev=$(dpkg-deb --contents "$dir/libconflink-dev_"*"_$arch.deb")
+  tools=$(dpkg-deb --contents "$dir/conflink-tools_"*"_$arch.deb")
+  has() {
+    grep -q -- "$2" <<<"$1" || { echo "missing from the package: $2" >&2; return 1; }
+  }
+  has "$runtime" '/usr/lib/.*/libconflink\.so\.[0-9]'
+  has "$runtime" '/usr/lib/.*/libconflink_platform\.so\.[0-9]'
+  has "$dev" '/usr/include/conflink/conflink\.h'
+  has "$dev" '/usr/lib/.*/cmake/conflink/conflinkConfig\.cmake'
+  has "$dev" '/usr/lib/.*/pkgconfig/conflink\.pc'
+  has "$dev" '/usr/lib/.*/libconflink_testing\.so'
+  has "$dev" '/usr/lib/.*/libconflink\.so -> '
+  has "$tools" '/usr/bin/conflink_decode'
+  has "$tools" '/usr/bin/conflink_queue'
+  has "$tools" '/usr/share/doc/conflink/protocol\.md'
+  if grep -q '/usr/include/' <<<"$runtime"; then
     echo "headers in the runtime package" >&2
     return 1
   fi
