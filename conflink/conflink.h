@@ -4,6 +4,7 @@
 
 #include <conflink/cc/cc_to_ps_messenger.h>
 #include <conflink/cgi/cgi_to_ps_messenger.h>
+#include <conflink/messaging/log_sink.h>
 #include <conflink/messaging/shared_interfaces.h>
 #include <conflink/messaging/soho_messenger.h>
 #include <conflink/messaging/link_wait.h>

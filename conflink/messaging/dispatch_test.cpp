@@ -2,12 +2,12 @@
 #include <conflink/cc/cc_to_ps_messenger.h>
 #include <conflink/cgi/cgi_to_ps_messenger.h>
 #include <conflink/messaging/dispatch.h>
+#include <conflink/messaging/log_sink.h>
 #include <conflink/messaging/message.h>
 #include <conflink/messaging/messenger_support.h>
 
 #include <gtest/gtest.h>
 
-#include <cstdarg>
 #include <cstdio>
 #include <list>
 #include <memory>
@@ -17,18 +17,13 @@
 #include <conflink/platform/cyclic_message_queue.h>
 #include "tests/support/fake_platform.h"
 
-// The system log, captured: this definition takes the place of the C library's in this program.
+// The system log, captured through the library's log sink.
 namespace {
 std::vector<std::pair<int, std::string>> systemLog;
-}
-extern "C" void syslog(int priority, const char* format, ...) {
-  char text[512];
-  va_list args;
-  va_start(args, format);
-  std::vsnprintf(text, sizeof text, format, args);
-  va_end(args);
+void captureLog(void*, int priority, const char* text) {
   systemLog.emplace_back(priority, text);
 }
+}  // namespace
 
 namespace {
 
@@ -76,8 +71,10 @@ class DispatchTest : public ::testing::Test {
  protected:
   void SetUp() override {
     conflink::testing::ResetFake();
+    conflink::SetLogSink(captureLog, nullptr);
     systemLog.clear();
   }
+  void TearDown() override { conflink::SetLogSink(nullptr, nullptr); }
   template <class M>
   bool dispatch(M& m, int type, const std::string& buffer) {
     return m.DispatchMessage(&type, buffer.data(), static_cast<int>(buffer.size()));

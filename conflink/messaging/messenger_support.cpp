@@ -1,5 +1,7 @@
 #include <conflink/messaging/messenger_support.h>
 
+#include <conflink/messaging/log_sink.h>
+
 #include <conflink/wire/wire.h>
 
 #include <syslog.h>
@@ -24,14 +26,30 @@ int sendWithTrailer(CyclicMessageQueue* queue, int mark, const int* type, std::s
   return result;
 }
 
+namespace {
+
+void toSystemLog(void*, int priority, const char* text) {
+  syslog(priority, "%s", text);
+}
+
+LogSink logSink = toSystemLog;
+void* logContext = nullptr;
+
+}  // namespace
+
+void SetLogSink(LogSink sink, void* context) {
+  logSink = sink != nullptr ? sink : toSystemLog;
+  logContext = sink != nullptr ? context : nullptr;
+}
+
 void reportError(const char* text) {
   std::fprintf(stderr, "\n\r%s\r\n", text);
   std::fflush(stderr);
-  syslog(LOG_INFO, "%s", text);
+  logSink(logContext, LOG_INFO, text);
 }
 
 void logInfo(const char* text) {
-  syslog(LOG_INFO, "%s", text);
+  logSink(logContext, LOG_INFO, text);
 }
 
 }  // namespace conflink

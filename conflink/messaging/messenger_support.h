@@ -18,10 +18,10 @@ int sendWithTrailer(CyclicMessageQueue* queue, int mark, const int* type, std::s
                     const LinkSite& site);
 
 // Writes `text` to the standard error stream framed by line ends, and to the system log at
-// priority 6 (informational).
+// priority 6 (informational), through the log sink (see log_sink.h).
 void reportError(const char* text);
 
-// Writes `text` to the system log at priority 6 only.
+// Writes `text` to the system log at priority 6 only, through the log sink.
 void logInfo(const char* text);
 
 // The loop of ProcessMessageFromQueue: takes up to `maxCount` waiting messages without blocking,

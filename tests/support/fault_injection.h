@@ -11,6 +11,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -120,25 +121,28 @@ class ReportPipe {
     while (write(fds_[1], &r, sizeof r) < 0 && errno == EINTR) {
     }
   }
-  // Appends every whole report waiting in the pipe.
+  // Appends every whole report waiting in the pipe. A read may end inside a report; its start
+  // waits in `pending_` for the rest, so no read is ever aimed at a computed place in a
+  // fixed-size buffer.
   void Collect(std::vector<Report>& into) {
     for (;;) {
-      const ssize_t n = read(fds_[0], pending_ + have_, sizeof pending_ - have_);
+      unsigned char chunk[16 * sizeof(Report)];
+      const ssize_t n = read(fds_[0], chunk, sizeof chunk);
       if (n <= 0) return;
-      have_ += static_cast<std::size_t>(n);
-      if (have_ == sizeof(Report)) {
+      pending_.insert(pending_.end(), chunk, chunk + n);
+      std::size_t at = 0;
+      for (; pending_.size() - at >= sizeof(Report); at += sizeof(Report)) {
         Report r;
-        std::memcpy(&r, pending_, sizeof r);
+        std::memcpy(&r, pending_.data() + at, sizeof r);
         into.push_back(r);
-        have_ = 0;
       }
+      pending_.erase(pending_.begin(), pending_.begin() + static_cast<std::ptrdiff_t>(at));
     }
   }
 
  private:
   int fds_[2];
-  unsigned char pending_[sizeof(Report)] = {};
-  std::size_t have_ = 0;
+  std::vector<unsigned char> pending_;
 };
 
 // Kills the calling process with SIGKILL `ms` milliseconds from now, wherever it then is (in the
