@@ -396,6 +396,16 @@ void Attachment::WakeLine() {
     FutexWakeAll(&h.placeFreed);
 }
 
+bool Attachment::RestoreOwnWord() {
+  const std::uint32_t word = (generation_ << 1) | 1u;
+  if (self().attach.load(std::memory_order_relaxed) == word) return false;
+  self().attach.store(word, std::memory_order_release);
+  RingAlways(peer());
+  FullFence();
+  notifier_.Notify(peer());
+  return true;
+}
+
 void Attachment::Close() {
   if (base_ == nullptr && fd_ < 0) return;
   if (!inherited_ && place_ >= 0) {

@@ -75,6 +75,11 @@ class Attachment {
   // Tells the line of processes waiting for a place that one may have come free (a peer that
   // died cannot say so itself).
   void WakeLine();
+  // Writes our attach word again when something else changed it: the peer addresses its
+  // messages to the generation it reads there, so a damaged word would have them dropped as
+  // meant for another process. The peer then sees our departure and arrival, and addresses us
+  // again. True when the word was restored.
+  bool RestoreOwnWord();
   std::uint32_t capacity() const { return capacity_; }
 
   Segment& segment() const { return *static_cast<Segment*>(base_); }

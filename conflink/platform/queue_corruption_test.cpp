@@ -262,5 +262,29 @@ TEST_F(QueueCorruption, HostileFragmentSequencesNeverBecomeMessages) {
   }
 }
 
+// The receiver's attach word rewritten with another generation: its peer would address what it
+// sends to a process that does not exist, and the receiver would drop all of it as meant for
+// someone else. A receive restores the word, and the sender's messages arrive again.
+TEST_F(QueueCorruption, AnAttachWordRewrittenBehindItsOwnersBackIsRestored) {
+  ASSERT_EQ(ReceiveType(*sender_), kQueueEventPeerConnected);
+  const std::uint32_t own = seg().party[1].attach.load();
+  seg().party[1].attach.store(own + 8);  // still attached, a later generation
+  EXPECT_EQ(Send(5, "to nobody"), kQueuePeerDeparted) << "the sender sees the word change";
+  EXPECT_EQ(TakeAll(), std::vector<int>{});
+  EXPECT_EQ(seg().party[1].attach.load(), own) << "the receive restored the word";
+  std::vector<int> heard;
+  int type = 0;
+  std::string data;
+  while (heard.size() < 8 && sender_->PeekMessage(&type, &data) == kQueueOk) heard.push_back(type);
+  // Had the sender looked while the word was changed, it would have heard a departure and an
+  // arrival; restored before it looked, there is nothing to hear.
+  if (!heard.empty()) {
+    EXPECT_EQ(heard.back(), kQueueEventPeerConnected);
+  }
+  ASSERT_EQ(Send(6, "after"), kQueueOk) << sender_->LastError();
+  EXPECT_EQ(TakeAll(), std::vector<int>{6});
+  EXPECT_EQ(receiver_->DiscardedMessages(), 0u);
+}
+
 }  // namespace
 }  // namespace conflink::testing

@@ -61,6 +61,7 @@ void Inbound::Pump(std::size_t want, Delivery* direct) {
       reportedGeneration_ = seenGeneration_;
     }
   }
+  a_.RestoreOwnWord();
   while (Held(direct) < want && HeldBytes() < heldLimit_) {
     // The head is read before the peer's state: records of a newer generation are published
     // after its attach word, so none of them can be below this head unless the observation
