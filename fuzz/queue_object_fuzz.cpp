@@ -451,6 +451,17 @@ class Run {
       }
     }
     Map();
+    // What was addressed to an earlier holder of the place is that process's alone: never due
+    // to this one.
+    std::deque<Message>& due = toPlace_[place];
+    for (std::size_t i = 0; i < due.size();) {
+      if (due[i].to == q::kAnyPeer || due[i].to == Generation(place)) {
+        ++i;
+        continue;
+      }
+      due.erase(due.begin() + static_cast<std::ptrdiff_t>(i));
+      if (i < droppable_[place]) --droppable_[place];
+    }
   }
 
   void Leave(int place) {
