@@ -83,22 +83,8 @@ ln -s "$(readlink -f "$plain_program")" "$work/docroot/plain.cgi"
 records="$work/records"
 "$ps_program" "$queue" >"$work/ps.out" 2>&1 &
 ps_pid=$!
-started=""
-for attempt in 1 2 3 4 5 6 7 8; do
-  port=$((20000 + (RANDOM * 7 + $$ + attempt * 101) % 40000))
-  sed -e "s|@PORT@|$port|" -e "s|@DOCROOT@|$work/docroot|" -e "s|@LOGDIR@|$work|" \
-      -e "s|@QUEUE@|$queue|" -e "s|@RECORDS@|$records|" "$template" >"$work/lighttpd.conf"
-  "$lighttpd" -D -f "$work/lighttpd.conf" >"$work/lighttpd.out" 2>&1 &
-  lighttpd_pid=$!
-  for _ in $(seq 50); do
-    "$curl" -sf -o /dev/null --max-time 2 "http://127.0.0.1:$port/plain.cgi" && { started=yes; break; }
-    kill -0 "$lighttpd_pid" 2>/dev/null || break
-    sleep 0.1
-  done
-  [ -n "$started" ] && break
-  kill -TERM "$lighttpd_pid" 2>/dev/null; wait "$lighttpd_pid" 2>/dev/null; lighttpd_pid=""
-done
-[ -n "$started" ] || die "lighttpd did not start: $(cat "$work/lighttpd.out")"
+. "$(dirname "$template")/start_lighttpd.sh"
+start_lighttpd || die "lighttpd did not start: $(cat "$work/lighttpd.out")"
 for _ in $(seq 50); do grep -q "serving queue" "$work/ps.out" && break; sleep 0.1; done
 grep -q "serving queue" "$work/ps.out" || die "the server did not start: $(cat "$work/ps.out")"
 base="http://127.0.0.1:$port"

@@ -27,6 +27,7 @@
 #include <conflink/messaging/wait_set.h>
 
 #include "demo_common.h"
+#include "stop_signals.h"
 
 namespace {
 
@@ -327,12 +328,7 @@ int main(int argc, char** argv) {
 
   // The process's own descriptors: SIGINT and SIGTERM as a readable signalfd (blocked, so that
   // they arrive only there), and a timer for the demo's lifetime.
-  sigset_t stopSignals;
-  sigemptyset(&stopSignals);
-  sigaddset(&stopSignals, SIGINT);
-  sigaddset(&stopSignals, SIGTERM);
-  sigprocmask(SIG_BLOCK, &stopSignals, nullptr);
-  const int signals = signalfd(-1, &stopSignals, SFD_CLOEXEC);
+  const int signals = examples::StopSignalDescriptor();
   const int lifetime = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC);
   itimerspec expiry{};
   expiry.it_value.tv_sec = std::chrono::seconds(demo::kLifetime).count();

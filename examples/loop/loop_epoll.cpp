@@ -28,6 +28,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "../stop_signals.h"
 #include "loop_server.h"
 
 namespace {
@@ -50,12 +51,7 @@ int main(int argc, char** argv) {
     return 2;
   }
   // SIGINT and SIGTERM arrive as a readable descriptor, so that stopping is one more source.
-  sigset_t stopSignals;
-  sigemptyset(&stopSignals);
-  sigaddset(&stopSignals, SIGINT);
-  sigaddset(&stopSignals, SIGTERM);
-  sigprocmask(SIG_BLOCK, &stopSignals, nullptr);
-  const int signals = signalfd(-1, &stopSignals, SFD_CLOEXEC);
+  const int signals = examples::StopSignalDescriptor();
 
   loop::CallControlSide cc(std::atoi(argv[1]));
   loop::WebSide web(std::atoi(argv[2]));

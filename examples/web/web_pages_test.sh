@@ -82,27 +82,8 @@ mkdir -p "$work/docroot"
 ln -s "$page_program" "$work/docroot/page.cgi"
 ln -s "$plain_program" "$work/docroot/plain.cgi"
 records="$work/records"
-started=""
-for attempt in 1 2 3 4 5 6 7 8; do
-  port=$((20000 + (RANDOM * 7 + $$ + attempt * 101) % 40000))
-  sed -e "s|@PORT@|$port|" -e "s|@DOCROOT@|$work/docroot|" -e "s|@LOGDIR@|$work|" \
-      -e "s|@QUEUE@|$queue|" -e "s|@RECORDS@|$records|" "$template" >"$work/lighttpd.conf"
-  "$lighttpd" -D -f "$work/lighttpd.conf" >"$work/lighttpd.out" 2>&1 &
-  lighttpd_pid=$!
-  for _ in $(seq 50); do
-    if "$curl" -sf -o /dev/null --max-time 2 "http://127.0.0.1:$port/plain.cgi"; then
-      started=yes
-      break
-    fi
-    kill -0 "$lighttpd_pid" 2>/dev/null || break  # the port was taken: try another
-    sleep 0.1
-  done
-  [ -n "$started" ] && break
-  kill -TERM "$lighttpd_pid" 2>/dev/null
-  wait "$lighttpd_pid" 2>/dev/null
-  lighttpd_pid=""
-done
-[ -n "$started" ] || fail "lighttpd did not start: $(cat "$work/lighttpd.out")"
+. "$(dirname "$template")/start_lighttpd.sh"
+start_lighttpd || fail "lighttpd did not start: $(cat "$work/lighttpd.out")"
 base="http://127.0.0.1:$port"
 say "lighttpd pid $lighttpd_pid on $base"
 

@@ -28,6 +28,7 @@
 
 #include <conflink/messaging/wait_set.h>
 
+#include "../stop_signals.h"
 #include "web_page_common.h"
 
 namespace {
@@ -96,12 +97,7 @@ int main(int argc, char** argv) {
 
   // SIGTERM and SIGINT arrive only as a readable signalfd, so that the loop stops between two
   // dispatches and never in the middle of one.
-  sigset_t stopSignals;
-  sigemptyset(&stopSignals);
-  sigaddset(&stopSignals, SIGINT);
-  sigaddset(&stopSignals, SIGTERM);
-  sigprocmask(SIG_BLOCK, &stopSignals, nullptr);
-  const int signals = signalfd(-1, &stopSignals, SFD_CLOEXEC | SFD_NONBLOCK);
+  const int signals = examples::StopSignalDescriptor(SFD_NONBLOCK);
   if (signals < 0) {
     std::perror("web PS: signalfd");
     return 1;
