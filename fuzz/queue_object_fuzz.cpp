@@ -454,8 +454,9 @@ class Run {
     // What was addressed to an earlier holder of the place is that process's alone: never due
     // to this one.
     std::deque<Message>& due = toPlace_[place];
+    const std::uint32_t holder = Generation(place);
     for (std::size_t i = 0; i < due.size();) {
-      if (due[i].to == q::kAnyPeer || due[i].to == Generation(place)) {
+      if (due[i].to == q::kAnyPeer || due[i].to == holder) {
         ++i;
         continue;
       }
